@@ -1,0 +1,66 @@
+#include "buffers/FileIO.h"
+
+#include <QFile>
+
+IOException::IOException(const char *message) : std::runtime_error(message) {}
+
+IOException::IOException(const std::string &message) : std::runtime_error(message) {}
+
+IOException::IOException(const QString &message) : std::runtime_error(message.toStdString()) {}
+
+std::vector<unsigned char> FileIO::readFile(QFile &file)
+{
+    if (!file.open(QIODevice::ReadOnly)) {
+        file.close();
+        throw IOException(QStringLiteral("Could not open file for the following reason: %1.")
+                              .arg(file.errorString()));
+    }
+    const qint64 size = file.size();
+    if (size <= 0) {
+        file.close();
+        throw IOException("File size is 0");
+    }
+
+    std::vector<unsigned char> data(static_cast<size_t>(size));
+    qint64 done = 0;
+    while (!file.atEnd() && done < size) {
+        const qint64 n = file.read(reinterpret_cast<char *>(data.data()) + done, size - done);
+        if (n < 0) {
+            file.close();
+            throw IOException(QStringLiteral("Error occurred while reading file: %1.")
+                                  .arg(file.errorString()));
+        }
+        if (n == 0)
+            break;
+        done += n;
+    }
+    file.close();
+    if (done != size)
+        throw IOException("File could not be read correctly.");
+    return data;
+}
+
+void FileIO::writeToFile(QFile &file, const std::vector<unsigned char> &data)
+{
+    if (!file.open(QIODevice::WriteOnly)) {
+        file.close();
+        throw IOException(QStringLiteral("Could not open file for the following reason: %1.")
+                              .arg(file.errorString()));
+    }
+    const qint64 size = static_cast<qint64>(data.size());
+    qint64 done = 0;
+    while (done < size) {
+        const qint64 n = file.write(reinterpret_cast<const char *>(data.data()) + done, size - done);
+        if (n < 0) {
+            file.close();
+            throw IOException(QStringLiteral("Failed to write file for the following reason: %1.")
+                                  .arg(file.errorString()));
+        }
+        if (n == 0)
+            break;
+        done += n;
+    }
+    file.close();
+    if (done != size)
+        throw IOException("File was not written out correctly.");
+}
