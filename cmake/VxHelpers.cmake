@@ -3,7 +3,12 @@ add_library(vx_warnings INTERFACE)
 target_compile_options(vx_warnings INTERFACE -Wall -Wextra)
 
 add_library(vx_sanitize INTERFACE)
-if(VX_SANITIZE)
+if(VX_BUILD_FUZZ)
+  # Fuzzing instruments everything for coverage and checks it with the sanitizers.
+  target_compile_options(vx_sanitize INTERFACE
+    -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(vx_sanitize INTERFACE -fsanitize=address,undefined)
+elseif(VX_SANITIZE)
   target_compile_options(vx_sanitize INTERFACE
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(vx_sanitize INTERFACE -fsanitize=address,undefined)

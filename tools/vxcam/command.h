@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <vector>
+
 class Reporter;
 
 // What every subcommand receives: its own arguments (after the subcommand
@@ -23,4 +25,12 @@ struct Command
     int (*run)(CommandContext &context);
 };
 
-int runIdentify(CommandContext &context);
+// The registered subcommands, sorted by name.
+const std::vector<Command> &commands();
+
+// Each subcommand's file registers it with a static CommandRegistrar, so
+// adding a command touches no other file.
+struct CommandRegistrar
+{
+    explicit CommandRegistrar(const Command &command);
+};

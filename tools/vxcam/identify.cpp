@@ -58,8 +58,6 @@ QString toLine(const Identification &id)
     return line;
 }
 
-} // namespace
-
 int runIdentify(CommandContext &context)
 {
     Reporter &reporter = context.reporter;
@@ -82,3 +80,8 @@ int runIdentify(CommandContext &context)
     reporter.endBatch();
     return reporter.errorCount() == 0 ? 0 : 1;
 }
+
+const CommandRegistrar registration({"identify", "identify [-r] FILE|DIR...",
+                                     "tell what kind of file each one is", runIdentify});
+
+} // namespace

@@ -6,18 +6,20 @@
 #include <QCoreApplication>
 #include <QStringList>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
 
-const Command kCommands[] = {
-    {"identify", "identify [-r] FILE|DIR...",
-     "tell what kind of file each one is, by its extension", runIdentify},
-};
+std::vector<Command> &registry()
+{
+    static std::vector<Command> all;
+    return all;
+}
 
 const Command *findCommand(const QString &name)
 {
-    for (const Command &command : kCommands)
+    for (const Command &command : commands())
         if (name == QLatin1String(command.name))
             return &command;
     return nullptr;
@@ -28,7 +30,7 @@ void printHelp()
     std::fputs("usage: vxcam [--json] [--plugins DIR] [--verbose] COMMAND [ARGS...]\n\n"
                "commands:\n",
                stdout);
-    for (const Command &command : kCommands)
+    for (const Command &command : commands())
         std::printf("  %-34s %s\n", command.synopsis, command.summary);
     std::fputs("\noptions:\n"
                "  --json          one JSON object per result (JSON Lines)\n"
@@ -50,6 +52,20 @@ void messageHandler(QtMsgType type, const QMessageLogContext &, const QString &m
 }
 
 } // namespace
+
+const std::vector<Command> &commands()
+{
+    return registry();
+}
+
+CommandRegistrar::CommandRegistrar(const Command &command)
+{
+    std::vector<Command> &all = registry();
+    const auto at = std::lower_bound(all.begin(), all.end(), command, [](const Command &a, const Command &b) {
+        return qstrcmp(a.name, b.name) < 0;
+    });
+    all.insert(at, command);
+}
 
 int main(int argc, char *argv[])
 {

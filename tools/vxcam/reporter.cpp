@@ -36,6 +36,7 @@ void Reporter::error(const QString &subject, const QString &message, const QStri
         QJsonObject object{{QStringLiteral("path"), path}, {QStringLiteral("error"), message}};
         writeLine(stdout, QJsonDocument(object).toJson(QJsonDocument::Compact));
     }
+    fflush(stdout); // keep results and errors in order when both go to one terminal
     writeLine(stderr, QStringLiteral("vxcam: %1: %2").arg(subject, message).toUtf8());
 }
 
