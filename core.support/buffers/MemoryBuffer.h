@@ -15,7 +15,7 @@
 class QFile;
 
 // How a position argument is read. Any other value counts as MBSeekStart.
-enum MBSeek {
+enum MBSeek : int {
     MBSeekStart = 0,
     MBSeekForward = 1,
     MBSeekBackward = 2,

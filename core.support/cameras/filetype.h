@@ -87,7 +87,7 @@ enum eCameraId_t : int32_t {
     eCameraId_OpcPackage = 21,
 };
 
-enum ft_select_t {
+enum ft_select_t : int {
     ft_select_extension = 0,
     ft_select_classid = 1,
     ft_select_progid = 2,
