@@ -1,0 +1,149 @@
+// A camera plug-in for the camera pool's tests. One source, built into several
+// modules whose behaviour is fixed by compile definitions:
+//   VX_TEST_NAME        prefix of the reason texts, so a test sees who answered
+//   VX_TEST_IID         identifier in the metadata (default: the camera interface's)
+//   VX_TEST_REGISTERED  the type registered with the pool
+//   VX_TEST_BEHAVIOUR   Recognise: answers VX_TEST_ANSWER for the extension "xls" and
+//                         VX_TEST_ANSWER / VX_TEST_SUBTYPE for buffers starting "XLS",
+//                         0 otherwise, leaving the reason alone when it does not answer
+//                       Decline: answers 0 to everything but gives a reason
+//                       Throw: gives a reason, then throws from every question
+//                       ThrowOnRegister: throws when asked for its registered type
+//   VX_TEST_ID          base of the message and group ids, so tests can tell modules apart
+//   VX_TEST_UNRESOLVED  refers to a symbol nobody defines, so the module cannot be loaded
+
+#include "buffers/MemoryBuffer.h"
+#include "cameras/camera_interfaces.h"
+
+#include <QObject>
+
+#include <cstring>
+#include <stdexcept>
+
+#ifndef VX_TEST_IID
+#define VX_TEST_IID VXCameraPluginIF_iid
+#endif
+#ifndef VX_TEST_ANSWER
+#define VX_TEST_ANSWER 0
+#endif
+#ifndef VX_TEST_SUBTYPE
+#define VX_TEST_SUBTYPE 0
+#endif
+
+#ifdef VX_TEST_UNRESOLVED
+extern "C" int vx_test_symbol_nobody_defines;
+#endif
+
+namespace {
+
+enum class Behaviour { Recognise, Decline, Throw, ThrowOnRegister };
+constexpr Behaviour kBehaviour = Behaviour::VX_TEST_BEHAVIOUR;
+constexpr char kExtension[] = "xls";
+constexpr char kMagic[] = "XLS";
+constexpr uint32_t kIdBase = VX_TEST_ID * 1000;
+
+bool hasMagic(const MemoryBuffer *buffer)
+{
+    const size_t length = sizeof kMagic - 1;
+    return buffer != nullptr && buffer->sizeOfMB() >= length
+           && std::memcmp(buffer->constData(), kMagic, length) == 0;
+}
+
+uint32_t keyLength(const char *key)
+{
+    return key == nullptr ? 0 : static_cast<uint32_t>(std::strlen(key));
+}
+
+} // namespace
+
+class TestCameraPlugin : public QObject, public VXCameraPluginIF
+{
+    Q_OBJECT
+    Q_PLUGIN_METADATA(IID VX_TEST_IID)
+    Q_INTERFACES(VXCameraPluginIF)
+
+public:
+    VXCameraIF *getCamera() override { return nullptr; }
+
+    ft_t getRegisteredFileTypeEnum() override
+    {
+        if (kBehaviour == Behaviour::ThrowOnRegister)
+            throw std::runtime_error(VX_TEST_NAME ": cannot register");
+#ifdef VX_TEST_UNRESOLVED
+        return static_cast<ft_t>(vx_test_symbol_nobody_defines);
+#else
+        return static_cast<ft_t>(VX_TEST_REGISTERED);
+#endif
+    }
+
+    ft_t getFileTypeFromFileExtension(const char *extension) override
+    {
+        if (kBehaviour == Behaviour::Throw)
+            throw std::runtime_error(VX_TEST_NAME ": extension question failed");
+        const bool mine = kBehaviour == Behaviour::Recognise && extension != nullptr
+                          && std::strcmp(extension, kExtension) == 0;
+        return mine ? static_cast<ft_t>(VX_TEST_ANSWER) : ft_unknown;
+    }
+
+    ft_t getFileTypeFromFileInMemory(MemoryBuffer *buffer, const char **reason) override
+    {
+        return identify(buffer, reason, static_cast<ft_t>(VX_TEST_ANSWER), VX_TEST_NAME ": main type",
+                        VX_TEST_NAME ": not mine");
+    }
+
+    ft_t getSubTypeFromFileInMemory(MemoryBuffer *buffer, const char **reason) override
+    {
+        return identify(buffer, reason, static_cast<ft_t>(VX_TEST_SUBTYPE), VX_TEST_NAME ": sub-type",
+                        VX_TEST_NAME ": no sub-type");
+    }
+
+    const AnalysisGroupIdMap_t *getAnalysisGroupIdMap() override
+    {
+        return m_groups.isEmpty() ? nullptr : &m_groups;
+    }
+
+    uint32_t getErrMsgID(char *key) override { return kIdBase + keyLength(key); }
+    uint32_t getSanitisationMsgID(char *key) override { return kIdBase + 500 + keyLength(key); }
+    uint32_t getAnalysisGroupID(unsigned int item) override { return m_groups.value(item); }
+
+    // Item 0 of the table counts how often the lookups were built, so a test
+    // can check the pool builds them exactly once.
+    int initialiseIDLookups() override
+    {
+        m_groups[0] += 1;
+        m_groups[1] = kIdBase + 1;
+        m_groups[2] = kIdBase + 2;
+        return 0;
+    }
+
+private:
+    static ft_t identify(const MemoryBuffer *buffer, const char **reason, ft_t answer, const char *found,
+                         const char *declined)
+    {
+        switch (kBehaviour) {
+        case Behaviour::Recognise:
+            if (!hasMagic(buffer))
+                return ft_unknown;
+            setReason(reason, found);
+            return answer;
+        case Behaviour::Decline:
+            setReason(reason, declined);
+            return ft_unknown;
+        case Behaviour::Throw:
+        case Behaviour::ThrowOnRegister:
+            setReason(reason, VX_TEST_NAME ": failing");
+            throw std::runtime_error(VX_TEST_NAME ": buffer question failed");
+        }
+        return ft_unknown;
+    }
+
+    static void setReason(const char **reason, const char *text)
+    {
+        if (reason != nullptr)
+            *reason = text;
+    }
+
+    AnalysisGroupIdMap_t m_groups;
+};
+
+#include "test_camera_plugin.moc"

@@ -1,0 +1,71 @@
+#include "command.h"
+#include "reporter.h"
+
+#include "cameras/camera_pool.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonObject>
+
+namespace {
+
+// One loaded camera plug-in.
+struct CameraListing
+{
+    QString name;
+    QString path;
+    ft_t type = ft_unknown;
+};
+
+QJsonObject toJson(const CameraListing &camera)
+{
+    return QJsonObject{
+        {QStringLiteral("plugin"), camera.name},
+        {QStringLiteral("path"), camera.path},
+        {QStringLiteral("type"), camera.type},
+        {QStringLiteral("type_name"), QString::fromLatin1(fileTypeName(camera.type))},
+    };
+}
+
+QString toLine(const CameraListing &camera)
+{
+    QString line = QStringLiteral("%1: type %2").arg(camera.name).arg(camera.type);
+    // A plug-in may register a number this build has no name for.
+    const QString typeName = QString::fromLatin1(fileTypeName(camera.type));
+    if (!typeName.isEmpty())
+        line += QStringLiteral(" (%1)").arg(typeName);
+    return line;
+}
+
+int runCameras(CommandContext &context)
+{
+    Reporter &reporter = context.reporter;
+    const QString subject = QStringLiteral("cameras");
+    if (!context.args.isEmpty()) {
+        reporter.error(subject, QStringLiteral("takes no arguments"));
+        return 1;
+    }
+    // The pool quietly finds nothing in a missing directory; a user who
+    // mistyped --plugins is told instead.
+    const QFileInfo directory(context.pluginDir);
+    if (!directory.isDir()) {
+        reporter.error(subject, QStringLiteral("no plug-in directory %1").arg(context.pluginDir));
+        return 1;
+    }
+
+    const Camera_Pool pool(context.pluginDir);
+    const QStringList names = pool.getListOfCameraNames();
+    if (names.isEmpty() && !reporter.json())
+        reporter.text(QStringLiteral("no camera plug-ins in %1").arg(context.pluginDir));
+    const QDir dir(context.pluginDir);
+    for (const QString &name : names) {
+        const CameraListing camera{name, dir.filePath(name), pool.getFileTypeFromCameraName(name)};
+        reporter.result(toJson(camera), toLine(camera));
+    }
+    return 0;
+}
+
+const CommandRegistrar registration({"cameras", "cameras",
+                                     "list the camera plug-ins of the plug-in directory", runCameras});
+
+} // namespace
