@@ -71,6 +71,7 @@ struct Entry
     qint64 size = 0;
     QString sha256;
     QString clsid; // upper-case, no braces; "" for none
+    int sid = -1;  // directory slot, as the independent reader found it
 };
 
 struct Listing
@@ -108,7 +109,7 @@ out = {"root_clsid": ole.root.clsid, "entries": []}
 for parts in ole.listdir(streams=True, storages=True):
     p = "/".join(parts)
     t = ole.get_type(p)
-    e = {"path": "/" + p, "clsid": ole.getclsid(p)}
+    e = {"path": "/" + p, "clsid": ole.getclsid(p), "sid": ole._find(p)}
     if t == olefile.STGTY_STREAM:
         data = ole.openstream(p).read()
         e.update(kind="stream", size=len(data), sha256=hashlib.sha256(data).hexdigest())
@@ -138,6 +139,7 @@ print(json.dumps(out))
         e.size = qint64(o.value(QStringLiteral("size")).toDouble());
         e.sha256 = o.value(QStringLiteral("sha256")).toString();
         e.clsid = o.value(QStringLiteral("clsid")).toString();
+        e.sid = o.value(QStringLiteral("sid")).toInt(-1);
         listing.entries.insert(o.value(QStringLiteral("path")).toString(), e);
     }
     listing.ok = true;
@@ -212,6 +214,33 @@ inline QString compareListings(const Listing &ours, const Listing &theirs)
         if (!theirs.entries.contains(it.key()))
             return QStringLiteral("we list %1, the other reader does not").arg(it.key());
     return QString();
+}
+
+// Checks a file we wrote: the independent reader must find exactly these
+// streams and storages (with zero class identifiers), and so must we.
+inline QString verifyWritten(const QByteArray &file, const QMap<QString, QByteArray> &streams,
+                             const QStringList &storages = {})
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("written.cfb"));
+    if (!writeFile(path, file))
+        return QStringLiteral("cannot write %1").arg(path);
+    Listing expected;
+    expected.ok = true;
+    for (auto it = streams.begin(); it != streams.end(); ++it)
+        expected.entries.insert(it.key(), Entry{QStringLiteral("stream"), it.value().size(), sha256(it.value()), QString()});
+    for (const QString &storage : storages)
+        expected.entries.insert(storage, Entry{QStringLiteral("storage"), 0, QString(), QString()});
+    const Listing theirs = olefileListing(path);
+    QString difference = compareListings(expected, theirs);
+    if (!difference.isEmpty())
+        return QStringLiteral("independent reader: ") + difference;
+    MemoryBuffer buffer = toBuffer(file);
+    POLE::Storage storage(&buffer);
+    if (!storage.open())
+        return QStringLiteral("we cannot reopen it: result %1").arg(storage.result());
+    difference = compareListings(poleListing(storage), theirs);
+    return difference.isEmpty() ? QString() : QStringLiteral("reopened by us: ") + difference;
 }
 
 // Runs `gsf createole OUT INPUTS...` in `dir`; true on success.
