@@ -695,7 +695,7 @@ class StorageIO
 {
 public:
     explicit StorageIO(Storage *storage, MemoryBuffer *buffer)
-        : m_storage(storage), m_buffer(buffer), m_device(new IOMemoryBuffer(buffer))
+        : m_storage(storage), m_device(new IOMemoryBuffer(buffer))
     {
         Q_UNUSED(m_storage);
     }
@@ -791,8 +791,7 @@ private:
     void padToAllocatedEnd();
 
     Storage *m_storage;
-    MemoryBuffer *m_buffer;
-    std::unique_ptr<IOMemoryBuffer> m_device;
+    std::unique_ptr<IOMemoryBuffer> m_device; // over the caller's buffer
     int m_result = Storage::OpenFailed;
     bool m_opened = false;
     uint64_t m_filesize = 0;

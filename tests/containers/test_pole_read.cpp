@@ -289,6 +289,7 @@ TEST(PoleRead, HeaderChecksGiveTheirResultCodes)
         {"small blocks bigger than sectors", patched16(32, 10), POLE::Storage::BadOLE},
         {"meta table without 109 BAT sectors", patched32(72, 1), POLE::Storage::BadOLE},
         {"more BAT sectors than the file has", patched32(44, 0x7FFFFFFF), POLE::Storage::BadOLE},
+        {"no directory, so no root", patched32(48, 0xFFFFFFFE), POLE::Storage::BadOLE},
         {"valid", good, POLE::Storage::Ok},
     };
     for (const Case &c : cases) {
