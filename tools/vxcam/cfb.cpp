@@ -392,8 +392,8 @@ int runCfb(CommandContext &context)
     return runNew(a.at(1), reporter);
 }
 
-const CommandRegistrar registration({"cfb", "cfb ls|cat|info|add|rm|new FILE [PATH] [SOURCE]",
-                                     "list, read and change compound files", runCfb});
+const CommandRegistrar registration({"cfb", "cfb VERB FILE [PATH [SOURCE]]",
+                                     "compound files: ls, cat, info, add, rm, new", runCfb});
 
 } // namespace
 
