@@ -213,3 +213,85 @@ const FileTypeIdentifier_t *FileType::findExtension(const std::string &extension
     return firstRow(m_fileTypes,
                     [&](const FileTypeIdentifier_t &r) { return r.extension == extension; });
 }
+
+// ---------------------------------------------------------------------------
+// Compound-file sub-type: from the class identifier of the root entry.
+
+#include "buffers/MemoryBuffer.h"
+#include "containers/pole.h"
+
+#include <QRegularExpression>
+
+namespace {
+
+// Root streams that only the binary Office formats write. A file whose root
+// class identifier is all zeros or unknown is still recognised by them: some
+// writers leave the identifier empty or use an older one (spreadsheets saved
+// by LibreOffice carry the Excel 5 identifier, which the registry does not
+// list), and these names are as specific as the identifier. Only a format's
+// main stream counts: the table streams of a Word file and "Current User" of
+// a presentation never appear without it, and alone they prove nothing.
+const struct
+{
+    const char *name;
+    ft_t type;
+} kRootStreamTypes[] = {
+    {"WordDocument", ft_doc},
+    {"Workbook", ft_xls},
+    {"PowerPoint Document", ft_ppt},
+};
+
+ft_t typeFromRootStreams(const POLE::Storage &storage)
+{
+    const QStringList names = storage.entries(QStringLiteral("/"));
+    for (const auto &row : kRootStreamTypes)
+        if (names.contains(QLatin1String(row.name)) && !storage.isDirectory(QLatin1Char('/') + QLatin1String(row.name)))
+            return row.type;
+    return ft_unknown;
+}
+
+} // namespace
+
+ft_t FileType::determineCfbSubType(MemoryBuffer *buffer, const char **reason, BDDLStructBase_Root *root)
+{
+    static const char *const kClassIdentifier = "class identifier";
+    static const char *const kStructureMatch = "structure match";
+    if (root == nullptr || buffer == nullptr)
+        return ft_unknown;
+
+    buffer->seek(0, MBSeekStart);
+    // Puts the cursor back however we leave, the directory-name exceptions included.
+    ScopeGuard rewind([buffer] { buffer->seek(0, MBSeekStart); });
+    POLE::Storage storage(buffer);
+    if (!storage.open(false, false)) {
+        storage.close();
+        return ft_unknown;
+    }
+
+    QString classId;
+    storage.getClassId(QStringLiteral("/"), classId);
+    classId.replace(QRegularExpression(QStringLiteral("[{}]")), QString());
+    ft_t type = getFileTypeFromClassID(classId.toUpper().toUtf8().toStdString());
+    const char *method = kClassIdentifier;
+    switch (type) {
+    case ft_docx:
+        type = ft_cfb_docx;
+        break;
+    case ft_xlsx:
+        type = ft_cfb_xlsx;
+        break;
+    case ft_pptx:
+        type = ft_cfb_pptx;
+        break;
+    case ft_unknown:
+        type = typeFromRootStreams(storage);
+        method = kStructureMatch;
+        break;
+    default:
+        break;
+    }
+    if (type != ft_unknown && reason != nullptr)
+        *reason = method;
+    storage.close();
+    return type;
+}
