@@ -213,3 +213,66 @@ const FileTypeIdentifier_t *FileType::findExtension(const std::string &extension
     return firstRow(m_fileTypes,
                     [&](const FileTypeIdentifier_t &r) { return r.extension == extension; });
 }
+
+// --- Office Open XML sub-type --------------------------------------------------
+
+#include "buffers/MemoryBuffer.h"
+#include "containers/ZipUtils.h"
+
+#include <QBuffer>
+#include <QByteArray>
+
+#include <limits>
+#include <utility>
+
+namespace {
+
+const char kOpcStructureMatch[] = "structure match";
+
+// Whether some file member lies in the top-level folder (or is named so):
+// the same as the folder being a key of the archive's entries map, without
+// building the map.
+bool hasTopLevelFolder(const QList<QString> &fileNames, const QString &folder)
+{
+    return std::any_of(fileNames.cbegin(), fileNames.cend(), [&folder](const QString &name) {
+        return name.startsWith(folder)
+               && (name.size() == folder.size() || name.at(folder.size()) == QLatin1Char('/'));
+    });
+}
+
+} // namespace
+
+ft_t FileType::determineOpcSubType(MemoryBuffer *buffer, const char **reason)
+{
+    if (!buffer)
+        return ft_unknown;
+    ScopeGuard rewind([buffer] { buffer->seek(0, MBSeekStart); });
+
+    // The archive is read in place: the view lives only as long as this call,
+    // so the copy an Unzip makes of a buffer it may outlive is not needed.
+    const size_t size = buffer->sizeOfMB();
+    if (size == 0 || size > static_cast<size_t>(std::numeric_limits<int>::max()))
+        return ft_unknown;
+    const QByteArray bytes = QByteArray::fromRawData(
+        reinterpret_cast<const char *>(buffer->constData()), static_cast<int>(size));
+    QBuffer device;
+    device.setData(bytes);
+    ZipUtils::Unzip package;
+    if (!package.open(&device))
+        return ft_unknown;
+
+    static const std::pair<const char *, ft_t> kPackageFolders[] = {
+        {"word", ft_docx}, {"xl", ft_xlsx}, {"ppt", ft_pptx}};
+    const QList<QString> fileNames = package.getFilenames();
+    ft_t subType = ft_unknown;
+    for (const auto &[folder, type] : kPackageFolders) {
+        if (hasTopLevelFolder(fileNames, QLatin1String(folder))) {
+            subType = type;
+            break;
+        }
+    }
+    if (subType != ft_unknown && reason)
+        *reason = kOpcStructureMatch;
+    package.close();
+    return subType;
+}
