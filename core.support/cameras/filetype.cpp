@@ -219,10 +219,6 @@ const FileTypeIdentifier_t *FileType::findExtension(const std::string &extension
 #include "buffers/MemoryBuffer.h"
 #include "containers/ZipUtils.h"
 
-#include <QBuffer>
-#include <QByteArray>
-
-#include <limits>
 #include <utility>
 
 namespace {
@@ -248,17 +244,9 @@ ft_t FileType::determineOpcSubType(MemoryBuffer *buffer, const char **reason)
         return ft_unknown;
     ScopeGuard rewind([buffer] { buffer->seek(0, MBSeekStart); });
 
-    // The archive is read in place: the view lives only as long as this call,
-    // so the copy an Unzip makes of a buffer it may outlive is not needed.
-    const size_t size = buffer->sizeOfMB();
-    if (size == 0 || size > static_cast<size_t>(std::numeric_limits<int>::max()))
-        return ft_unknown;
-    const QByteArray bytes = QByteArray::fromRawData(
-        reinterpret_cast<const char *>(buffer->constData()), static_cast<int>(size));
-    QBuffer device;
-    device.setData(bytes);
+    // Read in place: the archive lives only as long as this call.
     ZipUtils::Unzip package;
-    if (!package.open(&device))
+    if (!package.openInPlace(buffer))
         return ft_unknown;
 
     static const std::pair<const char *, ft_t> kPackageFolders[] = {

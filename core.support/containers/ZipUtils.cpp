@@ -4,18 +4,22 @@
 
 #include <quazip/quazip.h>
 #include <quazip/quazipfile.h>
-#include <quazip/quazipfileinfo.h>
 #include <quazip/quazipnewinfo.h>
 
 #include <QBuffer>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <vector>
 
 namespace {
 
 const char kUtf8[] = "UTF-8";
+
+// The fixed part of a central directory record.
+const quint64 kDirectoryRecordSize = 46;
+const int kShortName = 256;
 
 // A QByteArray cannot hold more than this; a member that inflates beyond it
 // cannot be handed over and counts as unreadable.
@@ -26,6 +30,86 @@ const qint64 kMaxDeflateRatio = 1032;
 const qint64 kReadChunk = 64 * 1024;
 // The first allocation for a member; larger ones grow as the bytes arrive.
 const qint64 kMaxReserve = 16 * 1024 * 1024;
+
+// Reading straight from memory for the archives this class holds itself.
+// The reader fetches its records a byte or two at a time, and going through
+// a QIODevice for each of those costs more than everything else it does.
+// The reader hands these functions the device it was made with; its bytes
+// are taken from there. Offsets beyond the end are refused, as a buffer
+// device would.
+namespace MemoryIo {
+
+struct Stream
+{
+    const char *data;
+    uLong size;
+    uLong position;
+};
+
+voidpf ZCALLBACK open(voidpf, voidpf device, int mode)
+{
+    if ((mode & ZLIB_FILEFUNC_MODE_READ) == 0)
+        return nullptr;
+    const QByteArray &bytes = static_cast<QBuffer *>(device)->data();
+    return new Stream{bytes.constData(), static_cast<uLong>(bytes.size()), 0};
+}
+
+uLong ZCALLBACK read(voidpf, voidpf stream, void *target, uLong size)
+{
+    Stream &s = *static_cast<Stream *>(stream);
+    const uLong count = std::min(size, s.size - s.position);
+    // Most reads are of a byte or two: not worth a library call.
+    if (count <= 4) {
+        char *out = static_cast<char *>(target);
+        for (uLong i = 0; i < count; ++i)
+            out[i] = s.data[s.position + i];
+    } else {
+        std::memcpy(target, s.data + s.position, count);
+    }
+    s.position += count;
+    return count;
+}
+
+uLong ZCALLBACK write(voidpf, voidpf, const void *, uLong)
+{
+    return 0;
+}
+
+uLong ZCALLBACK tell(voidpf, voidpf stream)
+{
+    return static_cast<Stream *>(stream)->position;
+}
+
+int ZCALLBACK seek(voidpf, voidpf stream, uLong offset, int origin)
+{
+    Stream &s = *static_cast<Stream *>(stream);
+    const uLong base = origin == ZLIB_FILEFUNC_SEEK_END   ? s.size
+                       : origin == ZLIB_FILEFUNC_SEEK_CUR ? s.position
+                                                          : 0;
+    uLong target;
+    if (__builtin_add_overflow(base, offset, &target) || target > s.size)
+        return -1;
+    s.position = target;
+    return 0;
+}
+
+int ZCALLBACK close(voidpf, voidpf stream)
+{
+    delete static_cast<Stream *>(stream);
+    return 0;
+}
+
+int ZCALLBACK error(voidpf, voidpf)
+{
+    return 0;
+}
+
+zlib_filefunc_def functions()
+{
+    return {open, read, write, tell, seek, close, error, nullptr};
+}
+
+} // namespace MemoryIo
 
 bool isFolderName(const QString &name)
 {
@@ -42,27 +126,37 @@ QMap<QString, QVariant> asMap(const QVariant &value)
     return value.type() == QVariant::Map ? value.toMap() : QMap<QString, QVariant>();
 }
 
-// Reads an open member to its end. The claimed size only sizes the first
-// allocation, and never beyond what the compressed bytes could produce:
-// a header is free to lie.
-bool readMember(QuaZipFile &member, const QuaZipFileInfo64 &info, QByteArray &content)
+// Reads the current member to its end and checks it. The claimed size only
+// sizes the first allocation, and never beyond what the compressed bytes
+// could produce: a record is free to lie. A damaged member (bad deflate
+// data, a CRC mismatch, fewer or more bytes than its record says) fails.
+bool readMember(unzFile handle, const unz_file_info64 &info, QByteArray &content)
 {
-    const qint64 honest = std::min<quint64>(info.uncompressedSize,
-                                            (info.compressedSize + 1) * kMaxDeflateRatio);
+    if (unzOpenCurrentFile(handle) != UNZ_OK)
+        return false;
+    const qint64 honest = std::min<quint64>(info.uncompressed_size,
+                                            (info.compressed_size + 1) * kMaxDeflateRatio);
     content.reserve(static_cast<int>(std::min(honest, kMaxReserve)));
+    int status = UNZ_OK;
     for (;;) {
         const qint64 before = content.size();
-        if (before >= kMaxMemberSize)
-            return false;
+        if (before >= kMaxMemberSize) {
+            status = UNZ_BADZIPFILE;
+            break;
+        }
         const qint64 step = std::min(kReadChunk, kMaxMemberSize - before);
         content.resize(static_cast<int>(before + step));
-        const qint64 got = member.read(content.data() + before, step);
-        if (got < 0)
-            return false;
-        content.resize(static_cast<int>(before + got));
-        if (got == 0)
-            return true;
+        const int got = unzReadCurrentFile(handle, content.data() + before, static_cast<unsigned>(step));
+        content.resize(static_cast<int>(before + std::max(got, 0)));
+        if (got <= 0) {
+            status = got;
+            break;
+        }
     }
+    // Closing checks the CRC once the member was read to its end.
+    const int closed = unzCloseCurrentFile(handle);
+    return status == UNZ_OK && closed == UNZ_OK
+           && static_cast<quint64>(content.size()) == info.uncompressed_size;
 }
 
 } // namespace
@@ -91,6 +185,16 @@ Unzip::~Unzip()
 
 bool Unzip::open(MemoryBuffer *buffer)
 {
+    return openBytes(buffer, true);
+}
+
+bool Unzip::openInPlace(const MemoryBuffer *buffer)
+{
+    return openBytes(buffer, false);
+}
+
+bool Unzip::openBytes(const MemoryBuffer *buffer, bool copy)
+{
     close();
     if (!buffer)
         return false;
@@ -100,10 +204,13 @@ bool Unzip::open(MemoryBuffer *buffer)
     // The previous reader may still point at the device about to be replaced.
     m_zip.reset();
     m_buffer.reset();
-    m_data = std::make_unique<QByteArray>(reinterpret_cast<const char *>(buffer->constData()),
-                                          static_cast<int>(size));
+    const char *bytes = reinterpret_cast<const char *>(buffer->constData());
+    const int length = static_cast<int>(size);
+    m_data = std::make_unique<QByteArray>(copy ? QByteArray(bytes, length)
+                                               : QByteArray::fromRawData(bytes, length));
     m_buffer = std::make_unique<QBuffer>(m_data.get());
-    return open(m_buffer.get());
+    zlib_filefunc_def memory = MemoryIo::functions();
+    return openReader(m_buffer.get(), &memory);
 }
 
 bool Unzip::open(QBuffer *device)
@@ -111,13 +218,21 @@ bool Unzip::open(QBuffer *device)
     close();
     if (!device || device->size() == 0)
         return false;
+    return openReader(device, nullptr);
+}
+
+// The memory functions offer 64-bit offsets on this platform, and a buffer
+// never exceeds what a byte array holds, so archives with zip64 records
+// read through them as through the device.
+bool Unzip::openReader(QBuffer *device, zlib_filefunc_def *io)
+{
     m_zip = std::make_unique<QuaZip>(device);
-    // Names decode the same whatever the process locale; archives flagged
-    // as UTF-8 are decoded so anyway.
-    m_zip->setFileNameCodec(kUtf8);
-    if (!m_zip->open(QuaZip::mdUnzip))
+    if (!m_zip->open(QuaZip::mdUnzip, io))
         return false;
     m_isOpen = true;
+    m_positions.clear();
+    m_lookup.clear();
+    m_firstOpenEntry = m_entries.size();
     readEntries();
     return true;
 }
@@ -130,20 +245,60 @@ void Unzip::close()
     m_isOpen = false;
 }
 
+// Walks the central directory with the reader's own calls: they read a name
+// of any length, and tell where each record lies. (The wrapper's name
+// listing reads past its buffer for names over 256 bytes, and its lookup by
+// name is limited to such names too.)
+bool Unzip::listMembers(QList<QString> &names, QVector<Position> &positions) const
+{
+    unzFile handle = m_zip->getUnzFile();
+    // Every record takes at least its fixed part, so no honest directory
+    // holds more members than this.
+    const quint64 maxMembers = static_cast<quint64>(m_zip->getIoDevice()->size()) / kDirectoryRecordSize;
+    // Most names are short; a longer one is read again with room for it.
+    QByteArray rawName(kShortName, '\0');
+    const auto readCurrent = [handle, &rawName](unz_file_info64 &info) {
+        return unzGetCurrentFileInfo64(handle, &info, rawName.data(), static_cast<uLong>(rawName.size()),
+                                       nullptr, 0, nullptr, 0) == UNZ_OK;
+    };
+    int status = unzGoToFirstFile(handle);
+    for (quint64 count = 0; status == UNZ_OK; ++count) {
+        unz_file_info64 info;
+        unz64_file_pos position;
+        if (count >= maxMembers || !readCurrent(info))
+            return false;
+        if (info.size_filename > static_cast<uLong>(rawName.size())) {
+            rawName.resize(static_cast<int>(info.size_filename));
+            if (!readCurrent(info))
+                return false;
+        }
+        if (unzGetFilePos64(handle, &position) != UNZ_OK)
+            return false;
+        names.append(QString::fromUtf8(rawName.constData(), static_cast<int>(info.size_filename)));
+        positions.append({position.pos_in_zip_directory, position.num_of_file});
+        status = unzGoToNextFile(handle);
+    }
+    return status == UNZ_END_OF_LIST_OF_FILE;
+}
+
 void Unzip::readEntries()
 {
     if (!m_isOpen)
         return;
-    // An archive whose central directory cannot be walked to its end lists
-    // nothing at all.
-    const QStringList names = m_zip->getFileNameList();
-    for (const QString &name : names) {
+    QList<QString> names;
+    QVector<Position> positions;
+    if (!listMembers(names, positions))
+        return;
+    m_entries.reserve(m_entries.size() + names.size());
+    for (const QString &name : qAsConst(names)) {
         const bool folder = isFolderName(name);
         (folder ? m_folderNames : m_fileNames).append(name);
         Entry entry;
         entry.add(name, folder);
         m_entries.append(entry);
     }
+    m_positions += positions;
+    m_lookup.clear();
 }
 
 QMap<QString, QVariant> Unzip::getEntriesMap() const
@@ -183,41 +338,45 @@ void Unzip::insertMap(QMap<QString, QVariant> &map, QString path, QString fullPa
 
 bool Unzip::selectEntry(const QString &name)
 {
-    return m_isOpen && m_zip && m_zip->setCurrentFile(name, QuaZip::csDefault);
+    if (!m_isOpen || !m_zip)
+        return false;
+    if (m_lookup.isEmpty()) {
+        m_lookup.reserve(m_positions.size());
+        for (int i = 0; i < m_positions.size(); ++i)
+            m_lookup.insert(m_entries.at(m_firstOpenEntry + i).name(), i);
+    }
+    const auto found = m_lookup.constFind(name);
+    if (found == m_lookup.cend())
+        return false;
+    const Position &where = m_positions.at(*found);
+    const unz64_file_pos position = {where.directoryOffset, where.index};
+    return unzGoToFilePos64(m_zip->getUnzFile(), &position) == UNZ_OK;
 }
 
 qint64 Unzip::getEntrySize(QString name)
 {
-    if (!selectEntry(name))
+    unz_file_info64 info;
+    if (!selectEntry(name)
+        || unzGetCurrentFileInfo64(m_zip->getUnzFile(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK)
         return 0;
-    QuaZipFile member(m_zip.get());
-    return std::max<qint64>(member.csize(), 0);
+    return static_cast<qint64>(std::min<quint64>(info.compressed_size, std::numeric_limits<qint64>::max()));
 }
 
 bool Unzip::getEntryData(QString name, QByteArray &data)
 {
-    if (!selectEntry(name))
-        return false;
-    QuaZipFileInfo64 info;
-    if (!m_zip->getCurrentFileInfo(&info))
+    unz_file_info64 info;
+    if (!selectEntry(name)
+        || unzGetCurrentFileInfo64(m_zip->getUnzFile(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK)
         return false;
     // A member claiming more compressed bytes than the archive holds is cut
-    // short; so is one too large to hold in memory.
+    // short; one larger than a byte array can hold cannot be handed over.
     const quint64 archiveSize = static_cast<quint64>(m_zip->getIoDevice()->size());
-    if (info.compressedSize > archiveSize
-        || info.uncompressedSize > static_cast<quint64>(kMaxMemberSize))
+    if (info.compressed_size > archiveSize
+        || info.uncompressed_size > static_cast<quint64>(kMaxMemberSize))
         return false;
 
-    QuaZipFile member(m_zip.get());
-    if (!member.open(QIODevice::ReadOnly))
-        return false;
     QByteArray content;
-    const bool complete = readMember(member, info, content);
-    member.close(); // checks the CRC when the member was read to its end
-    // A damaged member (bad deflate data, a CRC mismatch, fewer or more bytes
-    // than its header says) is not handed over as if it were the content.
-    if (!complete || member.getZipError() != UNZ_OK
-        || static_cast<quint64>(content.size()) != info.uncompressedSize)
+    if (!readMember(m_zip->getUnzFile(), info, content))
         return false;
     data = std::move(content);
     return true;

@@ -1,16 +1,19 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QString>
 #include <QVariant>
+#include <QVector>
 
 #include <memory>
 
 class MemoryBuffer;
 class QBuffer;
 class QuaZip;
+struct zlib_filefunc_def_s;
 
 // Zip archives held entirely in memory: Unzip reads an archive from a buffer,
 // Zip builds one entry by entry and hands the bytes over. Neither touches
@@ -46,12 +49,19 @@ public:
     // Opens a copy of the buffer's bytes; the buffer and its cursor are left
     // alone and may go away afterwards.
     bool open(MemoryBuffer *buffer);
+    // Opens the buffer's bytes where they lie, without a copy: the buffer
+    // must stay alive and unchanged until close().
+    bool openInPlace(const MemoryBuffer *buffer);
     // Opens an archive over the caller's device, which must outlive this
     // object (or its close()). The device is closed when the archive closes.
     bool open(QBuffer *device);
     void close();
 
-    // Appends the archive's members to the lists (done by open()).
+    // Appends the archive's members to the lists (done by open()). Names are
+    // decoded as UTF-8 whatever the archive's flags say: that is what
+    // archives made on this platform hold, and it keeps lookups independent
+    // of the process locale. A directory that cannot be walked to its end
+    // lists nothing.
     void readEntries();
 
     QList<QString> getFilenames() const { return m_fileNames; }
@@ -73,6 +83,17 @@ public:
     bool getEntryData(QString name, MemoryBuffer *buffer);
 
 private:
+    // Where a member's directory record lies, so that reading a member
+    // needs no search by name.
+    struct Position
+    {
+        quint64 directoryOffset;
+        quint64 index;
+    };
+
+    bool openBytes(const MemoryBuffer *buffer, bool copy);
+    bool openReader(QBuffer *device, zlib_filefunc_def_s *io);
+    bool listMembers(QList<QString> &names, QVector<Position> &positions) const;
     bool selectEntry(const QString &name);
 
     bool m_isOpen = false;
@@ -82,6 +103,12 @@ private:
     QList<QString> m_fileNames;
     QList<QString> m_folderNames;
     QList<Entry> m_entries;
+    // Where the records of the archive now open lie, in archive order; its
+    // first entry in m_entries; and, built on the first lookup, which of
+    // its members each name reads as (the last one of that name).
+    QVector<Position> m_positions;
+    int m_firstOpenEntry = 0;
+    QHash<QString, int> m_lookup;
 };
 
 class Zip

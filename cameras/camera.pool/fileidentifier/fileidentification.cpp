@@ -104,8 +104,11 @@ bool isZIPFile(MemoryBuffer *buffer, ft_t *type, const char **reason)
         return false;
     // An Office Open XML package belongs to the cameras of its own kind, so
     // it is not answered as a plain zip (determineOpcSubType has already
-    // said "structure match").
-    if (isOfficePackage(FileType().determineOpcSubType(buffer, reason)))
+    // said "structure match"). The sub-type reads nothing of the registry's
+    // table, so one registry serves every call instead of building a new
+    // table each time.
+    static FileType registry;
+    if (isOfficePackage(registry.determineOpcSubType(buffer, reason)))
         return false;
     return found(ft_zip, kSignatureMatch, type, reason);
 }
