@@ -115,7 +115,7 @@ TEST(Unzip, OpenRefusesWhatIsNoArchive)
 {
     MemoryBuffer empty;
     QBuffer emptyDevice;
-    const QByteArray notZip[] = {QByteArray("PK"), QByteArray("PK\x03\x04 and then garbage", 22),
+    const QByteArray notZip[] = {QByteArray("PK"), QByteArray("PK\x03\x04 and then garbage"),
                                  randomBytes(4096, 7), QByteArray(100, '\0')};
     Unzip unzip;
     EXPECT_FALSE(unzip.open(static_cast<MemoryBuffer *>(nullptr)));

@@ -128,7 +128,7 @@ TEST(FileIdentification, SignaturesAreComparedOnlyWhenTheBufferIsLongEnough)
         {"RAR", bytesOf({'R', 'a', 'r', '!', 0x1A, 0x07, 0x00}), ft_rar, kSignature},
         {"P", "P", ft_unknown, kUnknown},
         {"PK alone", "PK", ft_zip, kSignature},
-        {"PK with garbage", QByteArray("PK\x03\x04 this is no archive at all", 33), ft_zip, kSignature},
+        {"PK with garbage", QByteArray("PK\x03\x04 this is no archive at all"), ft_zip, kSignature},
         {"pk", "pk\x03\x04", ft_unknown, kUnknown},
         {"text", "plain words, nothing more", ft_unknown, kUnknown},
     };
