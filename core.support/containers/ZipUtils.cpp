@@ -417,6 +417,7 @@ bool Zip::open(int size)
     m_buffer = std::make_unique<QBuffer>(m_data.get());
     m_zip = std::make_unique<QuaZip>();
     m_zip->setDataDescriptorWritingEnabled(true);
+    m_zip->setFileNameCodec(kUtf8);
     m_zip->setIoDevice(m_buffer.get());
     if (!m_zip->open(QuaZip::mdCreate))
         return false;
@@ -432,7 +433,6 @@ bool Zip::writeEntry(const QString &name, const char *data, qint64 size)
     // flagged so, which every current reader understands.
     const bool utf8 = !isAscii(name);
     m_zip->setUtf8Enabled(utf8);
-    m_zip->setFileNameCodec(kUtf8);
 
     const int kMemLevel = 8;
     QuaZipFile member(m_zip.get());

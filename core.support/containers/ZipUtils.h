@@ -73,7 +73,8 @@ public:
     QMap<QString, QVariant> getEntriesMap() const;
     static void insertMap(QMap<QString, QVariant> &map, QString path, QString fullPath);
 
-    // The member's compressed size; 0 when it cannot be found.
+    // The member's size in the archive (compressed); 0 when it cannot be
+    // found. A name held by several members means the last of them.
     qint64 getEntrySize(QString name);
     // The member's whole uncompressed content. False when the member is
     // missing, cannot be opened or turns out damaged; the output is then
@@ -121,8 +122,8 @@ public:
 
     // Starts a new archive in memory with size bytes reserved for it.
     bool open(int size);
-    // Adds a deflated member under exactly the given name. Equal names give
-    // equal members; no folder members are made.
+    // Adds a deflated member under exactly the given name. A name given
+    // twice makes two members; no folder members are made.
     bool addEntry(QString name, const QByteArray &data);
     // Adds all of the buffer's bytes, whatever its cursor.
     bool addEntry(QString name, MemoryBuffer *buffer);
