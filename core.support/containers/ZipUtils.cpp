@@ -232,7 +232,7 @@ bool Unzip::openReader(QBuffer *device, zlib_filefunc_def *io)
     m_isOpen = true;
     m_positions.clear();
     m_lookup.clear();
-    m_firstOpenEntry = m_entries.size();
+    m_firstOpenEntry = m_names.size();
     readEntries();
     return true;
 }
@@ -248,8 +248,9 @@ void Unzip::close()
 // Walks the central directory with the reader's own calls: they read a name
 // of any length, and tell where each record lies. (The wrapper's name
 // listing reads past its buffer for names over 256 bytes, and its lookup by
-// name is limited to such names too.)
-bool Unzip::listMembers(QList<QString> &names, QVector<Position> &positions) const
+// name is limited to such names too.) Appends to the member lists as it
+// goes; the caller takes everything back on failure.
+bool Unzip::listMembers()
 {
     unzFile handle = m_zip->getUnzFile();
     // Every record takes at least its fixed part, so no honest directory
@@ -274,8 +275,8 @@ bool Unzip::listMembers(QList<QString> &names, QVector<Position> &positions) con
         }
         if (unzGetFilePos64(handle, &position) != UNZ_OK)
             return false;
-        names.append(QString::fromUtf8(rawName.constData(), static_cast<int>(info.size_filename)));
-        positions.append({position.pos_in_zip_directory, position.num_of_file});
+        m_names.append(QString::fromUtf8(rawName.constData(), static_cast<int>(info.size_filename)));
+        m_positions.append({position.pos_in_zip_directory, position.num_of_file});
         status = unzGoToNextFile(handle);
     }
     return status == UNZ_END_OF_LIST_OF_FILE;
@@ -285,25 +286,39 @@ void Unzip::readEntries()
 {
     if (!m_isOpen)
         return;
-    QList<QString> names;
-    QVector<Position> positions;
-    if (!listMembers(names, positions))
-        return;
-    m_entries.reserve(m_entries.size() + names.size());
-    for (const QString &name : qAsConst(names)) {
-        const bool folder = isFolderName(name);
-        (folder ? m_folderNames : m_fileNames).append(name);
-        Entry entry;
-        entry.add(name, folder);
-        m_entries.append(entry);
+    const int names = m_names.size();
+    const int positions = m_positions.size();
+    if (!listMembers()) {
+        m_names.erase(m_names.begin() + names, m_names.end());
+        m_positions.resize(positions);
     }
-    m_positions += positions;
     m_lookup.clear();
+}
+
+QList<QString> Unzip::namesOf(bool folders) const
+{
+    QList<QString> selected;
+    for (const QString &name : m_names)
+        if (isFolderName(name) == folders)
+            selected.append(name);
+    return selected;
+}
+
+QList<Entry> Unzip::getEntryList() const
+{
+    QList<Entry> entries;
+    entries.reserve(m_names.size());
+    for (const QString &name : m_names) {
+        Entry entry;
+        entry.add(name, isFolderName(name));
+        entries.append(entry);
+    }
+    return entries;
 }
 
 QMap<QString, QVariant> Unzip::getEntriesMap() const
 {
-    QList<QString> names = m_fileNames;
+    QList<QString> names = getFilenames();
     std::sort(names.begin(), names.end());
     QMap<QString, QVariant> map;
     for (const QString &name : names)
@@ -343,7 +358,7 @@ bool Unzip::selectEntry(const QString &name)
     if (m_lookup.isEmpty()) {
         m_lookup.reserve(m_positions.size());
         for (int i = 0; i < m_positions.size(); ++i)
-            m_lookup.insert(m_entries.at(m_firstOpenEntry + i).name(), i);
+            m_lookup.insert(m_names.at(m_firstOpenEntry + i), i);
     }
     const auto found = m_lookup.constFind(name);
     if (found == m_lookup.cend())

@@ -64,9 +64,11 @@ public:
     // lists nothing.
     void readEntries();
 
-    QList<QString> getFilenames() const { return m_fileNames; }
-    QList<QString> getFolders() const { return m_folderNames; }
-    QList<Entry> getEntryList() const { return m_entries; }
+    // The file members, the folder members and all members, each in
+    // archive order.
+    QList<QString> getFilenames() const { return namesOf(false); }
+    QList<QString> getFolders() const { return namesOf(true); }
+    QList<Entry> getEntryList() const;
 
     // The file members as a tree: every path component but the last maps to
     // a nested QMap<QString, QVariant>, the last to the full path.
@@ -94,19 +96,20 @@ private:
 
     bool openBytes(const MemoryBuffer *buffer, bool copy);
     bool openReader(QBuffer *device, zlib_filefunc_def_s *io);
-    bool listMembers(QList<QString> &names, QVector<Position> &positions) const;
+    bool listMembers();
     bool selectEntry(const QString &name);
+    QList<QString> namesOf(bool folders) const;
 
     bool m_isOpen = false;
     std::unique_ptr<QuaZip> m_zip;
     std::unique_ptr<QByteArray> m_data;
     std::unique_ptr<QBuffer> m_buffer;
-    QList<QString> m_fileNames;
-    QList<QString> m_folderNames;
-    QList<Entry> m_entries;
+    // Every member listed so far, in archive order: the file, folder and
+    // entry lists are views of it.
+    QList<QString> m_names;
     // Where the records of the archive now open lie, in archive order; its
-    // first entry in m_entries; and, built on the first lookup, which of
-    // its members each name reads as (the last one of that name).
+    // first member in m_names; and, built on the first lookup, which of its
+    // members each name reads as (the last one of that name).
     QVector<Position> m_positions;
     int m_firstOpenEntry = 0;
     QHash<QString, int> m_lookup;
