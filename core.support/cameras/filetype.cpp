@@ -219,6 +219,7 @@ const FileTypeIdentifier_t *FileType::findExtension(const std::string &extension
 {
     return firstRow(m_fileTypes,
                     [&](const FileTypeIdentifier_t &r) { return r.extension == extension; });
+}
 
 // --- Office Open XML sub-type --------------------------------------------------
 

@@ -1,12 +1,12 @@
 #include "fixtures/fixtures.h"
 #include "qtprinters.h"
+#include "vxcamrunner.h"
 
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -15,32 +15,25 @@ namespace {
 struct Outcome
 {
     int exitCode;
-    QList<QByteArray> lines;
+    QByteArray out;
+    QList<QJsonObject> lines;
     QByteArray errors;
 };
 
 Outcome vxcam(const QStringList &arguments)
 {
-    QProcess process;
-    process.start(QStringLiteral(VXCAM_PATH), arguments);
-    EXPECT_TRUE(process.waitForFinished(60000)) << "vxcam did not finish";
-    const QList<QByteArray> lines = process.readAllStandardOutput().split('\n');
-    Outcome outcome{process.exitCode(), {}, process.readAllStandardError()};
-    for (const QByteArray &line : lines)
-        if (!line.isEmpty())
-            outcome.lines << line;
-    return outcome;
+    const VxcamRun run = runVxcam(arguments);
+    EXPECT_GE(run.exitCode, 0) << "vxcam did not finish";
+    return Outcome{run.exitCode, run.out, run.jsonLines(), run.err};
 }
 
 // One JSON object per line, keyed by the path it names.
 QMap<QString, QJsonObject> objectsByPath(const Outcome &run)
 {
     QMap<QString, QJsonObject> objects;
-    for (const QByteArray &line : run.lines) {
-        QJsonParseError error;
-        const QJsonDocument document = QJsonDocument::fromJson(line, &error);
-        EXPECT_EQ(error.error, QJsonParseError::NoError) << line.toStdString();
-        objects.insert(document.object().value(QStringLiteral("path")).toString(), document.object());
+    for (const QJsonObject &object : run.lines) {
+        EXPECT_FALSE(object.isEmpty()) << "every line is a JSON object";
+        objects.insert(object.value(QStringLiteral("path")).toString(), object);
     }
     return objects;
 }
@@ -62,13 +55,15 @@ TEST(VxcamIdentify, JsonLinesNameTypeMethodAndPackageKind)
         file.write("just some words\n");
     }
     const QString missing = dir.filePath(QStringLiteral("absent.zip"));
-    const Outcome run = vxcam({"--json", "identify", fixture("sample.docx"), fixture("plain.zip"),
-                           fixture("sample.gz"), fixture("v7.tar"), fixture("sample.xz"), text, missing});
+    const QString doc = fixturePath(QStringLiteral("cfb/writer.doc"));
+    const QString xls = fixturePath(QStringLiteral("cfb/calc.xls"));
+    const Outcome run = vxcam({"--json", "identify", fixture("sample.docx"), fixture("plain.zip"), fixture("sample.gz"),
+                               fixture("v7.tar"), fixture("sample.xz"), text, doc, xls, missing});
     EXPECT_EQ(run.exitCode, 1) << "a file that cannot be read fails the run";
     EXPECT_TRUE(run.errors.contains("absent.zip")) << run.errors.toStdString();
 
     const QMap<QString, QJsonObject> objects = objectsByPath(run);
-    ASSERT_EQ(objects.size(), 7);
+    ASSERT_EQ(objects.size(), 9);
     struct Expected
     {
         QString path;
@@ -77,13 +72,17 @@ TEST(VxcamIdentify, JsonLinesNameTypeMethodAndPackageKind)
         const char *method;
         int opcSubtype;
         int extensionType;
+        int cfbSubtype;
+        const char *cfbMethod;
     } const cases[] = {
-        {fixture("sample.docx"), 0, "ft_unknown", "structure match", 18, 18},
-        {fixture("plain.zip"), 256, "ft_zip", "signature match", 0, 0},
-        {fixture("sample.gz"), 257, "ft_gzip", "signature match", 0, 0},
-        {fixture("v7.tar"), 261, "ft_tar", "structure match", 0, 0},
-        {fixture("sample.xz"), 0, "ft_unknown", "Reason unknown", 0, 0},
-        {text, 0, "ft_unknown", "Reason unknown", 0, 0},
+        {fixture("sample.docx"), 0, "ft_unknown", "structure match", 18, 18, 0, ""},
+        {fixture("plain.zip"), 256, "ft_zip", "signature match", 0, 0, 0, ""},
+        {fixture("sample.gz"), 257, "ft_gzip", "signature match", 0, 0, 0, ""},
+        {fixture("v7.tar"), 261, "ft_tar", "structure match", 0, 0, 0, ""},
+        {fixture("sample.xz"), 0, "ft_unknown", "Reason unknown", 0, 0, 0, ""},
+        {text, 0, "ft_unknown", "Reason unknown", 0, 0, 0, ""},
+        {doc, 0, "ft_unknown", "Reason unknown", 0, 17, 17, "class identifier"},
+        {xls, 0, "ft_unknown", "Reason unknown", 0, 21, 21, "structure match"},
     };
     for (const Expected &c : cases) {
         const QJsonObject object = objects.value(c.path);
@@ -93,6 +92,8 @@ TEST(VxcamIdentify, JsonLinesNameTypeMethodAndPackageKind)
         EXPECT_EQ(object.value(QStringLiteral("method")).toString(), QLatin1String(c.method)) << what;
         EXPECT_EQ(object.value(QStringLiteral("opc_subtype")).toInt(-1), c.opcSubtype) << what;
         EXPECT_EQ(object.value(QStringLiteral("extension_type")).toInt(-1), c.extensionType) << what;
+        EXPECT_EQ(object.value(QStringLiteral("cfb_subtype")).toInt(-1), c.cfbSubtype) << what;
+        EXPECT_EQ(object.value(QStringLiteral("cfb_method")).toString(), QLatin1String(c.cfbMethod)) << what;
         EXPECT_FALSE(object.contains(QStringLiteral("error"))) << what;
     }
     const QJsonObject failed = objects.value(missing);
@@ -109,8 +110,8 @@ TEST(VxcamIdentify, HumanLinesAndDirectoryWalk)
 
     const Outcome run = vxcam({"identify", "-r", dir.path()});
     EXPECT_EQ(run.exitCode, 0) << run.errors.toStdString();
-    ASSERT_EQ(run.lines.size(), 2);
-    const QString all = QString::fromUtf8(run.lines.join('\n'));
+    const QString all = QString::fromUtf8(run.out).trimmed();
+    ASSERT_EQ(all.count(QLatin1Char('\n')), 1) << all.toStdString();
     EXPECT_TRUE(all.contains(QStringLiteral("archive type 258 (ft_bzip2): signature match"))) << all.toStdString();
     EXPECT_TRUE(all.contains(QStringLiteral("archive type 0 (ft_unknown): structure match; Office Open XML 22 (ft_xlsx)")))
         << all.toStdString();

@@ -1,3 +1,4 @@
+#include "cfb.h"
 #include "command.h"
 #include "inputs.h"
 #include "reporter.h"
@@ -24,6 +25,8 @@ struct Identification
     ft_t type = ft_unknown;      // what the bytes say (archive kinds)
     QString method;              // how the bytes were recognised
     ft_t opcSubType = ft_unknown; // the kind of Office Open XML package
+    ft_t cfbSubType = ft_unknown; // the kind of compound file
+    QString cfbMethod;
 };
 
 // Extensions in the registry are lower case; a user's FILE.DOC means .doc.
@@ -49,6 +52,7 @@ void identifyByContent(MemoryBuffer &buffer, Identification &id)
     id.method = QString::fromLatin1(reason);
     if (id.type == ft_unknown && std::strcmp(reason, "structure match") == 0)
         id.opcSubType = FileType().determineOpcSubType(&buffer, nullptr);
+    id.cfbSubType = compoundFileSubType(buffer, &id.cfbMethod);
 }
 
 QString typeName(ft_t type)
@@ -70,6 +74,9 @@ QJsonObject toJson(const Identification &id)
         {QStringLiteral("method"), id.method},
         {QStringLiteral("opc_subtype"), id.opcSubType},
         {QStringLiteral("opc_subtype_name"), typeName(id.opcSubType)},
+        {QStringLiteral("cfb_subtype"), id.cfbSubType},
+        {QStringLiteral("cfb_subtype_name"), typeName(id.cfbSubType)},
+        {QStringLiteral("cfb_method"), id.cfbMethod},
     };
 }
 
@@ -85,6 +92,10 @@ QString toLine(const Identification &id)
     line += QStringLiteral("; archive type %1 (%2): %3").arg(id.type).arg(typeName(id.type), id.method);
     if (id.opcSubType != ft_unknown)
         line += QStringLiteral("; Office Open XML %1 (%2)").arg(id.opcSubType).arg(typeName(id.opcSubType));
+    if (id.cfbSubType != ft_unknown)
+        line += QStringLiteral("; compound file %1 (%2): %3")
+                    .arg(id.cfbSubType)
+                    .arg(typeName(id.cfbSubType), id.cfbMethod);
     return line;
 }
 
