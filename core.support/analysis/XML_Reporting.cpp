@@ -1,0 +1,429 @@
+#include "analysis/XML_Reporting.h"
+
+#include "buffers/MemoryBuffer.h"
+#include "buffers/ScopeGuard.h"
+
+#include <QByteArray>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <new>
+#include <string_view>
+
+namespace XML_Reporting {
+
+using namespace RepositoryComponents;
+
+namespace {
+
+// Elements whose open and close tags stand on lines of their own, sorted for
+// the binary search. The issue-information groups are deliberately absent:
+// their children run on the line of their open tag.
+constexpr std::string_view kContainerElements[] = {
+    "vx:Camera",
+    "vx:ContentGroup",
+    "vx:ContentGroups",
+    "vx:ContentItem",
+    "vx:ContentItems",
+    "vx:ContentManagementPolicy",
+    "vx:ContentSwitch",
+    "vx:CorvidInfo",
+    "vx:DocumentStatistics",
+    "vx:DocumentSummary",
+    "vx:ExtractedImage",
+    "vx:ExtractedItem",
+    "vx:ExtractedItems",
+    "vx:ExtractedText",
+    "vx:IssueItem",
+    "vx:IssueItems",
+    "vx:RemedyItem",
+    "vx:RemedyItems",
+    "vx:SanitisationItem",
+    "vx:SanitisationItems",
+};
+
+constexpr bool containerElementsSorted()
+{
+    for (size_t i = 1; i < std::size(kContainerElements); ++i)
+        if (!(kContainerElements[i - 1] < kContainerElements[i]))
+            return false;
+    return true;
+}
+static_assert(containerElementsSorted(), "findElement searches a sorted list");
+
+constexpr int kMaxIndent = 8;
+constexpr char kTabs[] = "\t\t\t\t\t\t\t\t";
+static_assert(sizeof(kTabs) == kMaxIndent + 1, "one tab per indentation level");
+
+// One tab per level below the root element (which sits under the document
+// node), at most eight; an element without a parent gets none.
+const char *indentFor(mxml_node_t *node)
+{
+    mxml_node_t *parent = mxmlGetParent(node);
+    if (!parent)
+        return "";
+    int depth = 0;
+    for (mxml_node_t *up = mxmlGetParent(parent); up && depth < kMaxIndent; up = mxmlGetParent(up))
+        ++depth;
+    return kTabs + (kMaxIndent - depth);
+}
+
+// Length of the well-formed UTF-8 sequence at p if it encodes a character
+// that XML 1.0 allows, else 0.
+size_t xmlCharLength(const unsigned char *p, size_t available)
+{
+    const unsigned char lead = p[0];
+    if (lead < 0x80)
+        return (lead >= 0x20 || lead == '\t' || lead == '\n' || lead == '\r') ? 1 : 0;
+    // Sequence length, payload bits of the lead byte and the smallest code
+    // point of that length (anything below is an overlong form).
+    size_t length = 0;
+    uint32_t codePoint = 0;
+    uint32_t smallest = 0;
+    if ((lead & 0xE0) == 0xC0) {
+        length = 2;
+        codePoint = lead & 0x1F;
+        smallest = 0x80;
+    } else if ((lead & 0xF0) == 0xE0) {
+        length = 3;
+        codePoint = lead & 0x0F;
+        smallest = 0x800;
+    } else if ((lead & 0xF8) == 0xF0) {
+        length = 4;
+        codePoint = lead & 0x07;
+        smallest = 0x10000;
+    } else {
+        return 0;
+    }
+    if (length > available)
+        return 0;
+    for (size_t i = 1; i < length; ++i) {
+        if ((p[i] & 0xC0) != 0x80)
+            return 0;
+        codePoint = (codePoint << 6) | (p[i] & 0x3F);
+    }
+    const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
+    if (codePoint < smallest || codePoint > 0x10FFFF || surrogate || codePoint == 0xFFFE
+        || codePoint == 0xFFFF)
+        return 0;
+    return length;
+}
+
+// Meta keys become attribute names; only plain names can.
+bool isPlainXmlName(const std::string &name)
+{
+    const auto start = [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+    };
+    const auto rest = [&start](char c) {
+        return start(c) || (c >= '0' && c <= '9') || c == '.' || c == '-';
+    };
+    return !name.empty() && start(name[0]) && std::all_of(name.begin() + 1, name.end(), rest);
+}
+
+mxml_node_t *checked(mxml_node_t *node)
+{
+    if (!node)
+        throw std::bad_alloc();
+    return node;
+}
+
+struct FreeDeleter
+{
+    void operator()(char *text) const { std::free(text); }
+};
+
+} // namespace
+
+const std::string &failureDocumentProlog()
+{
+    static const std::string prolog = std::string("<?xml version=\"1.0\" encoding=\"utf - 8\"?>")
+        + "<vx:CorvidInfo xsi:schemaLocation=\"" + schemaLocation + "\" xmlns:xsi = \""
+        + xmlSchemaInstanceURI + "\" xmlns:vx=\"" + reportNamespaceURI
+        + "\">Reporting System Failed\n";
+    return prolog;
+}
+
+XmlWriter::XmlWriter()
+    : m_xml(checked(mxmlNewXML("1.0")), mxmlDelete)
+{
+    m_root = addElement(m_xml.get(), "vx:CorvidInfo");
+    mxmlElementSetAttr(m_root, "xsi:schemaLocation", schemaLocation);
+    mxmlElementSetAttr(m_root, "xmlns:xsi", xmlSchemaInstanceURI);
+    mxmlElementSetAttr(m_root, "xmlns:vx", reportNamespaceURI);
+}
+
+XmlWriter::~XmlWriter() = default;
+
+std::string XmlWriter::getBriefDescription(int) const
+{
+    return std::string();
+}
+
+uint32_t XmlWriter::writeXML_Analysis(DocumentAnalysis &analysis, DocumentStatistics &document,
+                                      MemoryBuffer *outBuf, bool detailed)
+{
+    m_document = &document;
+    // The report only ever goes into a fresh buffer; checked before building,
+    // which a refused buffer then does not pay for.
+    if (!outBuf || outBuf->sizeOfMB() != 0) {
+        analysis.reportInternalError("outBuf->start == NULL");
+        return 0;
+    }
+
+    mxml_node_t *statistics = addElement(m_root, "vx:DocumentStatistics");
+    ScopeGuard dropStatistics([statistics] { mxmlDelete(statistics); });
+    CreateDocumentSummary(statistics);
+    CreateIssueInfoNode(statistics);
+    CreateContentGroups(statistics, detailed);
+    CreateExtractedItems(statistics);
+
+    // Mini-XML wraps long lines unless told not to; the setting is per thread,
+    // so it is made right before every save.
+    mxmlSetWrapMargin(0);
+    const std::unique_ptr<char, FreeDeleter> text(mxmlSaveAllocString(m_xml.get(), whitespace_cb));
+    if (!text) {
+        analysis.reportInternalError("Unable to save analysis report");
+        return 0;
+    }
+    // Mini-XML counts in int, so a saved report always fits the result.
+    const size_t length = std::strlen(text.get());
+    try {
+        outBuf->putRawBytes(text.get(), length);
+    } catch (const WriteBufferException &) {
+        analysis.reportInternalError("Unable to save analysis report");
+        return 0;
+    }
+    return static_cast<uint32_t>(length);
+}
+
+void XmlWriter::CreateDocumentSummary(mxml_node_t *statistics)
+{
+    const DocumentSummary &summary = m_document->summary();
+    mxml_node_t *node = addElement(statistics, "vx:DocumentSummary");
+    addNumberElement(node, "vx:TotalSizeInBytes", summary.totalSize());
+    addTextElement(node, "vx:FileType", summary.fileType());
+    addTextElement(node, "vx:Version", summary.version());
+    if (!summary.detectionMethod().empty())
+        addTextElement(node, "vx:FileTypeDetectionMethod", summary.detectionMethod());
+}
+
+void XmlWriter::CreateIssueInfoNode(mxml_node_t *statistics)
+{
+    const DocumentStatistics::IssueInformationMap &ranges = m_document->issueInformation();
+    if (ranges.empty())
+        return;
+    mxml_node_t *groups = addElement(statistics, "vx:IssueInformationGroups");
+    for (const auto &entry : ranges)
+        CreateIssueInfoItem(groups, entry.first, entry.second);
+}
+
+void XmlWriter::CreateIssueInfoItem(mxml_node_t *groups, const IssueRange &range,
+                                    const std::string &description)
+{
+    mxml_node_t *group = addElement(groups, "vx:IssueInformationGroup");
+    checked(mxmlNewTextf(addElement(group, "vx:IssueIDRangeStart"), 0, "%u", range.first));
+    checked(mxmlNewTextf(addElement(group, "vx:IssueIDRangeEnd"), 0, "%u", range.second));
+    addTextElement(group, "vx:GroupDescription", description);
+}
+
+void XmlWriter::CreateContentGroups(mxml_node_t *statistics, bool detailed)
+{
+    mxml_node_t *groups = addElement(statistics, "vx:ContentGroups");
+    mxmlElementSetAttrf(groups, "groupCount", "%zu", m_document->groupCount());
+    for (const auto &entry : m_document->contentGroups())
+        CreateContentGroup(groups, *entry.second, detailed);
+}
+
+void XmlWriter::CreateContentGroup(mxml_node_t *groups, const ContentGroup &group, bool detailed)
+{
+    mxml_node_t *node = addElement(groups, "vx:ContentGroup");
+    const QByteArray description = group.BriefDescription().toUtf8();
+    checked(mxmlNewText(addElement(node, "vx:BriefDescription"), 0, description.constData()));
+    if (detailed)
+        AddItemList(node, "vx:ContentItems", group.contentItems(), &XmlWriter::AddContentItem);
+    AddItemList(node, "vx:SanitisationItems", group.sanitisationItems(),
+                &XmlWriter::AddSanitisationItem);
+    AddItemList(node, "vx:RemedyItems", group.remedyItems(), &XmlWriter::AddRemedyItem);
+    AddItemList(node, "vx:IssueItems", group.issueItems(), &XmlWriter::AddIssueItem);
+}
+
+template <typename Item>
+void XmlWriter::AddItemList(mxml_node_t *group, const char *listName, const ItemMap<Item> &items,
+                            void (XmlWriter::*addItem)(mxml_node_t *, const Item &))
+{
+    mxml_node_t *list = addElement(group, listName);
+    mxmlElementSetAttrf(list, "itemCount", "%zu", items.size());
+    for (const auto &entry : items)
+        (this->*addItem)(list, *entry.second);
+}
+
+void XmlWriter::AddContentItem(mxml_node_t *list, const ContentItem &item)
+{
+    mxml_node_t *node = addElement(list, "vx:ContentItem");
+    addTextElement(node, "vx:TechnicalDescription", item.description());
+    addNumberElement(node, "vx:InstanceCount", item.instanceCount());
+    addNumberElement(node, "vx:TotalSizeInBytes", item.totalSize());
+    addNumberElement(node, "vx:AverageSizeInBytes", item.averageSize());
+    addNumberElement(node, "vx:MinSizeInBytes", item.minSize());
+    addNumberElement(node, "vx:MaxSizeInBytes", item.maxSize());
+}
+
+void XmlWriter::AddSanitisationItem(mxml_node_t *list, const SanitisationItem &item)
+{
+    mxml_node_t *node = addElement(list, "vx:SanitisationItem");
+    addTextElement(node, "vx:TechnicalDescription", item.description());
+    addNumberElement(node, "vx:SanitisationId", item.sanitisationId());
+    addNumberElement(node, "vx:InstanceCount", item.instanceCount());
+    addNumberElement(node, "vx:TotalSizeInBytes", item.totalSize());
+    addNumberElement(node, "vx:AverageSizeInBytes", item.averageSize());
+    addNumberElement(node, "vx:MinSizeInBytes", item.minSize());
+    addNumberElement(node, "vx:MaxSizeInBytes", item.maxSize());
+}
+
+void XmlWriter::AddRemedyItem(mxml_node_t *list, const RemedyItem &item)
+{
+    mxml_node_t *node = addElement(list, "vx:RemedyItem");
+    addTextElement(node, "vx:TechnicalDescription", item.description());
+    addNumberElement(node, "vx:InstanceCount", item.instanceCount());
+}
+
+void XmlWriter::AddIssueItem(mxml_node_t *list, const IssueItem &item)
+{
+    mxml_node_t *node = addElement(list, "vx:IssueItem");
+    addTextElement(node, "vx:TechnicalDescription", item.description());
+    addNumberElement(node, "vx:IssueId", item.issueId());
+    addNumberElement(node, "vx:InstanceCount", item.instanceCount());
+    addElement(node, "vx:RiskLevel");
+}
+
+void XmlWriter::CreateExtractedItems(mxml_node_t *statistics)
+{
+    mxml_node_t *items = addElement(statistics, "vx:ExtractedItems");
+    mxmlElementSetAttrf(items, "itemCount", "%zu",
+                        m_document->extractedItemCount() + m_document->extractedImageCount());
+    for (const ExtractedText &text : m_document->extractedTexts())
+        CreateExtractedText(items, text);
+    for (const ExtractedImage &image : m_document->extractedImages())
+        CreateExtractedImage(items, image);
+}
+
+namespace {
+
+mxml_node_t *addExtractedItem(mxml_node_t *items, uint64_t offset, uint64_t itemIndex,
+                              const char *location)
+{
+    mxml_node_t *item = checked(mxmlNewElement(items, "vx:ExtractedItem"));
+    mxmlElementSetAttrf(item, "offset", "%zu", static_cast<size_t>(offset));
+    mxmlElementSetAttrf(item, "itemIndex", "%zu", static_cast<size_t>(itemIndex));
+    mxmlElementSetAttrf(item, "location", "%s", location);
+    return item;
+}
+
+} // namespace
+
+void XmlWriter::CreateExtractedText(mxml_node_t *items, const ExtractedText &text)
+{
+    mxml_node_t *item =
+        addExtractedItem(items, text.m_offset, text.m_itemIndex, xmlText(text.m_location));
+    addTextElement(addElement(item, "vx:ExtractedText"), "vx:Encoding", text.m_encoding);
+}
+
+void XmlWriter::CreateExtractedImage(mxml_node_t *items, const ExtractedImage &image)
+{
+    mxml_node_t *item =
+        addExtractedItem(items, image.m_offset, image.m_itemIndex, xmlText(image.m_location));
+    mxml_node_t *meta = addElement(addElement(item, "vx:ExtractedImage"), "vx:Meta");
+    for (const auto &entry : image.m_meta) {
+        // A key that cannot be an attribute name is left out rather than
+        // making the whole report unreadable.
+        if (isPlainXmlName(entry.first))
+            mxmlElementSetAttrf(meta, entry.first.c_str(), "%s", xmlText(entry.second));
+    }
+}
+
+mxml_node_t *XmlWriter::addElement(mxml_node_t *parent, const char *name)
+{
+    return checked(mxmlNewElement(parent, name));
+}
+
+mxml_node_t *XmlWriter::addTextElement(mxml_node_t *parent, const char *name,
+                                       const std::string &text)
+{
+    mxml_node_t *element = addElement(parent, name);
+    checked(mxmlNewText(element, 0, xmlText(text)));
+    return element;
+}
+
+mxml_node_t *XmlWriter::addNumberElement(mxml_node_t *parent, const char *name, uint64_t value)
+{
+    mxml_node_t *element = addElement(parent, name);
+    checked(mxmlNewTextf(element, 0, "%zu", static_cast<size_t>(value)));
+    return element;
+}
+
+// Record descriptions arrive cleaned to printable ASCII, but names, types,
+// versions, locations, encodings and issue-information texts are written as
+// the cameras gave them. Mini-XML escapes markup characters but passes every
+// other byte through, so a control code or a malformed UTF-8 sequence would
+// make the report unreadable. Such bytes are written in the "#%02x" form the
+// descriptions use; well-formed text, UTF-8 included, stays byte for byte.
+const char *XmlWriter::xmlText(const std::string &text)
+{
+    const auto *bytes = reinterpret_cast<const unsigned char *>(text.data());
+    const size_t size = text.size();
+    size_t i = 0;
+    for (size_t n; i < size && (n = xmlCharLength(bytes + i, size - i)) != 0;)
+        i += n;
+    if (i == size)
+        return text.c_str();
+
+    static const char kHex[] = "0123456789abcdef";
+    m_scratch.assign(text, 0, i);
+    while (i < size) {
+        const size_t n = xmlCharLength(bytes + i, size - i);
+        if (n != 0) {
+            m_scratch.append(text, i, n);
+            i += n;
+        } else {
+            m_scratch += '#';
+            m_scratch += kHex[bytes[i] >> 4];
+            m_scratch += kHex[bytes[i] & 0x0F];
+            ++i;
+        }
+    }
+    return m_scratch.c_str();
+}
+
+bool XmlWriter::findElement(const char *name)
+{
+    if (!name)
+        return false;
+    return std::binary_search(std::begin(kContainerElements), std::end(kContainerElements),
+                              std::string_view(name));
+}
+
+const char *XmlWriter::whitespace_cb(mxml_node_t *node, int where)
+{
+    const char *name = mxmlGetElement(node);
+    if (!name)
+        return nullptr;
+    if (std::strncmp(name, "?xml", 4) == 0)
+        return where == MXML_WS_AFTER_OPEN ? "\n" : nullptr;
+    switch (where) {
+    case MXML_WS_BEFORE_OPEN:
+        return indentFor(node);
+    case MXML_WS_AFTER_OPEN:
+        return findElement(name) ? "\n" : nullptr;
+    case MXML_WS_BEFORE_CLOSE:
+        return findElement(name) ? indentFor(node) : nullptr;
+    case MXML_WS_AFTER_CLOSE:
+        return "\n";
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace XML_Reporting
