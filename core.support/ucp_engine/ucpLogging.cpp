@@ -6,16 +6,27 @@
 
 #include <cstdarg>
 
+namespace {
+
+// A logger with the category "default" but no source location: the lines
+// belong to the framework, not to this file.
+QDebug debugLine()
+{
+    return QMessageLogger(nullptr, 0, nullptr, "default").debug();
+}
+
+} // namespace
+
 void lprintf(const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
     const QString message = format ? QString::vasprintf(format, arguments) : QString();
     va_end(arguments);
-    QMessageLogger().debug() << message;
+    debugLine() << message;
 }
 
 void tbLog(const char *text)
 {
-    QMessageLogger().debug() << (text ? text : "");
+    debugLine() << (text ? text : "");
 }
