@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <limits>
 #include <new>
 #include <string_view>
 
@@ -54,6 +55,15 @@ constexpr bool containerElementsSorted()
 static_assert(containerElementsSorted(), "findElement searches a sorted list");
 
 constexpr int kMaxIndent = 8;
+
+// Upper bounds of the saved text, per element: "<" name ">" "</" name ">"
+// (or " />"), indentation before both tags and two newlines; per attribute:
+// " " name "=" and two quotes; per number: the digits of the largest value;
+// per character of text or attribute value: its longest escape, "&quot;".
+constexpr size_t kElementSlack = 2 * kMaxIndent + 8;
+constexpr size_t kAttributeSlack = 4;
+constexpr size_t kNumberDigits = 20;
+constexpr size_t kEscapeGrowth = 6;
 constexpr char kTabs[] = "\t\t\t\t\t\t\t\t";
 static_assert(sizeof(kTabs) == kMaxIndent + 1, "one tab per indentation level");
 
@@ -130,11 +140,6 @@ mxml_node_t *checked(mxml_node_t *node)
     return node;
 }
 
-struct FreeDeleter
-{
-    void operator()(char *text) const { std::free(text); }
-};
-
 } // namespace
 
 const std::string &failureDocumentProlog()
@@ -149,10 +154,11 @@ const std::string &failureDocumentProlog()
 XmlWriter::XmlWriter()
     : m_xml(checked(mxmlNewXML("1.0")), mxmlDelete)
 {
+    m_saveBound += std::strlen(mxmlGetElement(m_xml.get())) + kElementSlack;
     m_root = addElement(m_xml.get(), "vx:CorvidInfo");
-    mxmlElementSetAttr(m_root, "xsi:schemaLocation", schemaLocation);
-    mxmlElementSetAttr(m_root, "xmlns:xsi", xmlSchemaInstanceURI);
-    mxmlElementSetAttr(m_root, "xmlns:vx", reportNamespaceURI);
+    setAttribute(m_root, "xsi:schemaLocation", schemaLocation);
+    setAttribute(m_root, "xmlns:xsi", xmlSchemaInstanceURI);
+    setAttribute(m_root, "xmlns:vx", reportNamespaceURI);
 }
 
 XmlWriter::~XmlWriter() = default;
@@ -180,16 +186,12 @@ uint32_t XmlWriter::writeXML_Analysis(DocumentAnalysis &analysis, DocumentStatis
     CreateContentGroups(statistics, detailed);
     CreateExtractedItems(statistics);
 
-    // Mini-XML wraps long lines unless told not to; the setting is per thread,
-    // so it is made right before every save.
-    mxmlSetWrapMargin(0);
-    const std::unique_ptr<char, FreeDeleter> text(mxmlSaveAllocString(m_xml.get(), whitespace_cb));
+    size_t length = 0;
+    const std::unique_ptr<char, FreeDeleter> text = saveTree(&length);
     if (!text) {
         analysis.reportInternalError("Unable to save analysis report");
         return 0;
     }
-    // Mini-XML counts in int, so a saved report always fits the result.
-    const size_t length = std::strlen(text.get());
     try {
         outBuf->putRawBytes(text.get(), length);
     } catch (const WriteBufferException &) {
@@ -224,15 +226,15 @@ void XmlWriter::CreateIssueInfoItem(mxml_node_t *groups, const IssueRange &range
                                     const std::string &description)
 {
     mxml_node_t *group = addElement(groups, "vx:IssueInformationGroup");
-    checked(mxmlNewTextf(addElement(group, "vx:IssueIDRangeStart"), 0, "%u", range.first));
-    checked(mxmlNewTextf(addElement(group, "vx:IssueIDRangeEnd"), 0, "%u", range.second));
+    addRangeElement(group, "vx:IssueIDRangeStart", range.first);
+    addRangeElement(group, "vx:IssueIDRangeEnd", range.second);
     addTextElement(group, "vx:GroupDescription", description);
 }
 
 void XmlWriter::CreateContentGroups(mxml_node_t *statistics, bool detailed)
 {
     mxml_node_t *groups = addElement(statistics, "vx:ContentGroups");
-    mxmlElementSetAttrf(groups, "groupCount", "%zu", m_document->groupCount());
+    setCountAttribute(groups, "groupCount", m_document->groupCount());
     for (const auto &entry : m_document->contentGroups())
         CreateContentGroup(groups, *entry.second, detailed);
 }
@@ -241,7 +243,7 @@ void XmlWriter::CreateContentGroup(mxml_node_t *groups, const ContentGroup &grou
 {
     mxml_node_t *node = addElement(groups, "vx:ContentGroup");
     const QByteArray description = group.BriefDescription().toUtf8();
-    checked(mxmlNewText(addElement(node, "vx:BriefDescription"), 0, description.constData()));
+    addText(addElement(node, "vx:BriefDescription"), description.constData());
     if (detailed)
         AddItemList(node, "vx:ContentItems", group.contentItems(), &XmlWriter::AddContentItem);
     AddItemList(node, "vx:SanitisationItems", group.sanitisationItems(),
@@ -255,7 +257,7 @@ void XmlWriter::AddItemList(mxml_node_t *group, const char *listName, const Item
                             void (XmlWriter::*addItem)(mxml_node_t *, const Item &))
 {
     mxml_node_t *list = addElement(group, listName);
-    mxmlElementSetAttrf(list, "itemCount", "%zu", items.size());
+    setCountAttribute(list, "itemCount", items.size());
     for (const auto &entry : items)
         (this->*addItem)(list, *entry.second);
 }
@@ -302,66 +304,116 @@ void XmlWriter::AddIssueItem(mxml_node_t *list, const IssueItem &item)
 void XmlWriter::CreateExtractedItems(mxml_node_t *statistics)
 {
     mxml_node_t *items = addElement(statistics, "vx:ExtractedItems");
-    mxmlElementSetAttrf(items, "itemCount", "%zu",
-                        m_document->extractedItemCount() + m_document->extractedImageCount());
+    setCountAttribute(items, "itemCount",
+                      m_document->extractedItemCount() + m_document->extractedImageCount());
     for (const ExtractedText &text : m_document->extractedTexts())
         CreateExtractedText(items, text);
     for (const ExtractedImage &image : m_document->extractedImages())
         CreateExtractedImage(items, image);
 }
 
-namespace {
-
-mxml_node_t *addExtractedItem(mxml_node_t *items, uint64_t offset, uint64_t itemIndex,
-                              const char *location)
+mxml_node_t *XmlWriter::addExtractedItem(mxml_node_t *items, uint64_t offset, uint64_t itemIndex,
+                                         const std::string &location)
 {
-    mxml_node_t *item = checked(mxmlNewElement(items, "vx:ExtractedItem"));
-    mxmlElementSetAttrf(item, "offset", "%zu", static_cast<size_t>(offset));
-    mxmlElementSetAttrf(item, "itemIndex", "%zu", static_cast<size_t>(itemIndex));
-    mxmlElementSetAttrf(item, "location", "%s", location);
+    mxml_node_t *item = addElement(items, "vx:ExtractedItem");
+    setCountAttribute(item, "offset", offset);
+    setCountAttribute(item, "itemIndex", itemIndex);
+    setAttribute(item, "location", xmlText(location));
     return item;
 }
 
-} // namespace
-
 void XmlWriter::CreateExtractedText(mxml_node_t *items, const ExtractedText &text)
 {
-    mxml_node_t *item =
-        addExtractedItem(items, text.m_offset, text.m_itemIndex, xmlText(text.m_location));
+    mxml_node_t *item = addExtractedItem(items, text.m_offset, text.m_itemIndex, text.m_location);
     addTextElement(addElement(item, "vx:ExtractedText"), "vx:Encoding", text.m_encoding);
 }
 
 void XmlWriter::CreateExtractedImage(mxml_node_t *items, const ExtractedImage &image)
 {
-    mxml_node_t *item =
-        addExtractedItem(items, image.m_offset, image.m_itemIndex, xmlText(image.m_location));
+    mxml_node_t *item = addExtractedItem(items, image.m_offset, image.m_itemIndex, image.m_location);
     mxml_node_t *meta = addElement(addElement(item, "vx:ExtractedImage"), "vx:Meta");
     for (const auto &entry : image.m_meta) {
         // A key that cannot be an attribute name is left out rather than
         // making the whole report unreadable.
         if (isPlainXmlName(entry.first))
-            mxmlElementSetAttrf(meta, entry.first.c_str(), "%s", xmlText(entry.second));
+            setAttribute(meta, entry.first.c_str(), xmlText(entry.second));
     }
 }
 
+// Every node and attribute adds what it can cost at most in the saved text
+// to m_saveBound: tags and indentation at their longest, text and attribute
+// values as if every character became "&quot;".
 mxml_node_t *XmlWriter::addElement(mxml_node_t *parent, const char *name)
 {
+    m_saveBound += 2 * std::strlen(name) + kElementSlack;
     return checked(mxmlNewElement(parent, name));
+}
+
+void XmlWriter::addText(mxml_node_t *element, const char *text)
+{
+    m_saveBound += kEscapeGrowth * std::strlen(text);
+    checked(mxmlNewText(element, 0, text));
 }
 
 mxml_node_t *XmlWriter::addTextElement(mxml_node_t *parent, const char *name,
                                        const std::string &text)
 {
     mxml_node_t *element = addElement(parent, name);
-    checked(mxmlNewText(element, 0, xmlText(text)));
+    addText(element, xmlText(text));
     return element;
 }
 
 mxml_node_t *XmlWriter::addNumberElement(mxml_node_t *parent, const char *name, uint64_t value)
 {
     mxml_node_t *element = addElement(parent, name);
+    m_saveBound += kNumberDigits;
     checked(mxmlNewTextf(element, 0, "%zu", static_cast<size_t>(value)));
     return element;
+}
+
+mxml_node_t *XmlWriter::addRangeElement(mxml_node_t *parent, const char *name, uint32_t value)
+{
+    mxml_node_t *element = addElement(parent, name);
+    m_saveBound += kNumberDigits;
+    checked(mxmlNewTextf(element, 0, "%u", value));
+    return element;
+}
+
+void XmlWriter::setAttribute(mxml_node_t *element, const char *name, const char *value)
+{
+    m_saveBound += std::strlen(name) + kAttributeSlack + kEscapeGrowth * std::strlen(value);
+    mxmlElementSetAttrf(element, name, "%s", value);
+}
+
+void XmlWriter::setCountAttribute(mxml_node_t *element, const char *name, uint64_t value)
+{
+    m_saveBound += std::strlen(name) + kAttributeSlack + kNumberDigits;
+    mxmlElementSetAttrf(element, name, "%zu", static_cast<size_t>(value));
+}
+
+std::unique_ptr<char, XmlWriter::FreeDeleter> XmlWriter::saveTree(size_t *length)
+{
+    // Mini-XML wraps long lines unless told not to; the setting is per thread,
+    // so it is made right before every save.
+    mxmlSetWrapMargin(0);
+    // One save into a buffer of the bound kept while building. Only the pages
+    // the text fills are ever touched, so the generous bound costs address
+    // space, not memory. (mxmlSaveAllocString would format the whole tree
+    // twice, the first time only to measure it.)
+    const size_t size = std::min<size_t>(m_saveBound, std::numeric_limits<int>::max());
+    std::unique_ptr<char, FreeDeleter> text(static_cast<char *>(std::malloc(size)));
+    if (text) {
+        const int saved = mxmlSaveString(m_xml.get(), text.get(), static_cast<int>(size), whitespace_cb);
+        if (saved >= 0 && static_cast<size_t>(saved) < size) {
+            *length = static_cast<size_t>(saved);
+            return text;
+        }
+    }
+    // Too big for the bound (a report near Mini-XML's 2 GiB limit): let
+    // Mini-XML measure and allocate; it answers null when it cannot.
+    text.reset(mxmlSaveAllocString(m_xml.get(), whitespace_cb));
+    *length = text ? std::strlen(text.get()) : 0;
+    return text;
 }
 
 // Record descriptions arrive cleaned to printable ASCII, but names, types,
@@ -410,7 +462,7 @@ const char *XmlWriter::whitespace_cb(mxml_node_t *node, int where)
     const char *name = mxmlGetElement(node);
     if (!name)
         return nullptr;
-    if (std::strncmp(name, "?xml", 4) == 0)
+    if (name[0] == '?' && std::strncmp(name, "?xml", 4) == 0)
         return where == MXML_WS_AFTER_OPEN ? "\n" : nullptr;
     switch (where) {
     case MXML_WS_BEFORE_OPEN:

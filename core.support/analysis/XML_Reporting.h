@@ -5,6 +5,7 @@
 #include <mxml.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -77,17 +78,34 @@ private:
     void CreateExtractedText(mxml_node_t *items, const RepositoryComponents::ExtractedText &text);
     void CreateExtractedImage(mxml_node_t *items, const RepositoryComponents::ExtractedImage &image);
 
-    // Element helpers; they throw std::bad_alloc when Mini-XML cannot allocate.
+    mxml_node_t *addExtractedItem(mxml_node_t *items, uint64_t offset, uint64_t itemIndex,
+                                  const std::string &location);
+
+    // Node helpers: they keep m_saveBound and throw std::bad_alloc when
+    // Mini-XML cannot allocate.
     mxml_node_t *addElement(mxml_node_t *parent, const char *name);
+    void addText(mxml_node_t *element, const char *text);
     mxml_node_t *addTextElement(mxml_node_t *parent, const char *name, const std::string &text);
     mxml_node_t *addNumberElement(mxml_node_t *parent, const char *name, uint64_t value);
+    mxml_node_t *addRangeElement(mxml_node_t *parent, const char *name, uint32_t value);
+    void setAttribute(mxml_node_t *element, const char *name, const char *value);
+    void setCountAttribute(mxml_node_t *element, const char *name, uint64_t value);
     // Text in XML-safe form; see the source for what is replaced.
     const char *xmlText(const std::string &text);
+
+    struct FreeDeleter
+    {
+        void operator()(char *text) const { std::free(text); }
+    };
+    // The saved tree and its length; null when it cannot be saved.
+    std::unique_ptr<char, FreeDeleter> saveTree(size_t *length);
 
     std::unique_ptr<mxml_node_t, void (*)(mxml_node_t *)> m_xml;
     mxml_node_t *m_root = nullptr;
     const RepositoryComponents::DocumentStatistics *m_document = nullptr;
     std::string m_scratch;
+    // The longest the saved text can be, kept up to date as nodes are added.
+    size_t m_saveBound = 1;
 };
 
 } // namespace XML_Reporting
