@@ -30,30 +30,6 @@ TEST(AnalysisIdsTable, Holds415EntriesFrom0To464WithTheKnownGaps)
             << "id " << id;
 }
 
-TEST(AnalysisIdsTable, FamiliesHaveTheirSizes)
-{
-    // A slip while carrying the table over shows up as a family of the wrong size.
-    struct Family
-    {
-        int first, last, entries;
-    };
-    const Family families[] = {
-        {2, 61, 60},    {64, 66, 3},    {67, 92, 26},   {93, 107, 15},  {108, 114, 7},
-        {115, 127, 13}, {128, 135, 8},  {136, 145, 8},  {148, 149, 2},  {152, 203, 52},
-        {206, 237, 32}, {240, 269, 30}, {272, 288, 17}, {291, 297, 7},  {300, 329, 30},
-        {332, 345, 14}, {348, 361, 13}, {364, 392, 28}, {395, 400, 6},  {403, 407, 5},
-        {410, 418, 9},  {421, 427, 7},  {430, 439, 10}, {442, 442, 1},  {445, 446, 2},
-        {449, 450, 2},  {453, 456, 4},  {459, 459, 1},  {462, 462, 1},  {464, 464, 1},
-    };
-    const auto &table = analysisSchemaStrings();
-    for (const Family &family : families) {
-        const auto begin = table.lowerBound(static_cast<eAnalysisStatsID_t>(family.first));
-        const auto end = table.upperBound(static_cast<eAnalysisStatsID_t>(family.last));
-        EXPECT_EQ(std::distance(begin, end), family.entries)
-            << "family " << family.first << "-" << family.last;
-    }
-}
-
 TEST(AnalysisIdsTable, TextsArePrintableAsciiAndNoneButIdZeroIsEmpty)
 {
     const auto &table = analysisSchemaStrings();
