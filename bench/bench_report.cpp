@@ -2,6 +2,13 @@
 // spread over 50 content groups and the four record kinds, plus N/10 repeats
 // of existing records. Beside it, the same content streamed out with
 // QXmlStreamWriter, as a yardstick for what the report's layout work costs.
+//
+// Two heap regimes. "default" leaves glibc alone: a small report then reuses
+// the heap of the previous iteration, while after a large one glibc hands the
+// memory back to the kernel, so the next one first-touches its pages again.
+// "cold" returns all free memory before every iteration (outside the timing),
+// so every size pays for first-touching its pages, as the first report of a
+// process does.
 
 #include "analysis/RepositoryComponents.h"
 #include "buffers/MemoryBuffer.h"
@@ -10,6 +17,8 @@
 #include <QBuffer>
 #include <QXmlStreamWriter>
 #include <benchmark/benchmark.h>
+
+#include <malloc.h>
 
 #include <map>
 #include <memory>
@@ -20,6 +29,17 @@ using namespace RepositoryComponents;
 namespace {
 
 constexpr int kGroups = 50;
+
+enum class Heap { Default, Cold };
+
+void prepareHeap(benchmark::State &state, Heap heap)
+{
+    if (heap == Heap::Cold) {
+        state.PauseTiming();
+        malloc_trim(0);
+        state.ResumeTiming();
+    }
+}
 
 std::string descriptionOf(int record)
 {
@@ -80,12 +100,13 @@ DocumentAnalysis &repositoryWith(int records)
     return *analysis;
 }
 
-void BM_WriteReport(benchmark::State &state)
+void BM_WriteReport(benchmark::State &state, Heap heap)
 {
     const int records = static_cast<int>(state.range(0));
     DocumentAnalysis &analysis = repositoryWith(records);
     size_t bytes = 0;
     for (auto _ : state) {
+        prepareHeap(state, heap);
         MemoryBuffer out;
         bytes = analysis.WriteReport(&out, 1);
         benchmark::DoNotOptimize(out.constData());
@@ -117,7 +138,7 @@ void writeItems(QXmlStreamWriter &xml, const char *list, const char *element,
     xml.writeEndElement();
 }
 
-void BM_QXmlStreamWriterPeer(benchmark::State &state)
+void BM_QXmlStreamWriterPeer(benchmark::State &state, Heap heap)
 {
     const int records = static_cast<int>(state.range(0));
     const DocumentStatistics &document = *repositoryWith(records).firstDocument();
@@ -126,6 +147,7 @@ void BM_QXmlStreamWriterPeer(benchmark::State &state)
     };
     size_t bytes = 0;
     for (auto _ : state) {
+        prepareHeap(state, heap);
         QByteArray text;
         QBuffer device(&text);
         device.open(QIODevice::WriteOnly);
@@ -175,17 +197,12 @@ void BM_QXmlStreamWriterPeer(benchmark::State &state)
 
 } // namespace
 
-BENCHMARK(BM_WriteReport)
-    ->Arg(10000)
-    ->Arg(100000)
-    ->Arg(1000000)
-    ->Unit(benchmark::kMillisecond)
-    ->Complexity(benchmark::oN);
-BENCHMARK(BM_QXmlStreamWriterPeer)
-    ->Arg(10000)
-    ->Arg(100000)
-    ->Arg(1000000)
-    ->Unit(benchmark::kMillisecond)
-    ->Complexity(benchmark::oN);
+#define VX_REPORT_SIZES(b)                                                                         \
+    b->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->Complexity(benchmark::oN)
+
+VX_REPORT_SIZES(BENCHMARK_CAPTURE(BM_WriteReport, default, Heap::Default));
+VX_REPORT_SIZES(BENCHMARK_CAPTURE(BM_QXmlStreamWriterPeer, default, Heap::Default));
+VX_REPORT_SIZES(BENCHMARK_CAPTURE(BM_WriteReport, cold, Heap::Cold));
+VX_REPORT_SIZES(BENCHMARK_CAPTURE(BM_QXmlStreamWriterPeer, cold, Heap::Cold));
 
 BENCHMARK_MAIN();
