@@ -12,6 +12,7 @@
 #include <limits>
 #include <new>
 #include <string_view>
+#include <vector>
 
 namespace XML_Reporting {
 
@@ -183,22 +184,81 @@ uint32_t XmlWriter::writeXML_Analysis(DocumentAnalysis &analysis, DocumentStatis
     ScopeGuard dropStatistics([statistics] { mxmlDelete(statistics); });
     CreateDocumentSummary(statistics);
     CreateIssueInfoNode(statistics);
-    CreateContentGroups(statistics, detailed);
+    mxml_node_t *groups = CreateContentGroups(statistics);
     CreateExtractedItems(statistics);
 
+    // Whatever stops the writing, the buffer is left empty as it came.
+    ScopeGuard emptyOutput([outBuf] { outBuf->resizeBuffer(0, false); });
     size_t length = 0;
-    const std::unique_ptr<char, FreeDeleter> text = saveTree(&length);
-    if (!text) {
-        analysis.reportInternalError("Unable to save analysis report");
-        return 0;
-    }
     try {
-        outBuf->putRawBytes(text.get(), length);
+        length = saveReport(outBuf, groups, detailed);
     } catch (const WriteBufferException &) {
+        length = 0;
+    }
+    if (length == 0) {
         analysis.reportInternalError("Unable to save analysis report");
         return 0;
     }
+    emptyOutput.dismiss();
     return static_cast<uint32_t>(length);
+}
+
+// The content groups are nearly all of a report, and as one Mini-XML tree a
+// report takes well over a kilobyte of nodes per record. So the tree is saved
+// in pieces: first everything but the groups, with a placeholder group where
+// they go, then each group in turn, built at its place in the tree (so the
+// whitespace callback indents it as in the whole tree), saved and dropped.
+// The text is the same as one save of the whole tree; the tree never holds
+// more than one group. The pieces are kept until the total is known, so the
+// output buffer is sized once instead of growing piece by piece.
+size_t XmlWriter::saveReport(MemoryBuffer *outBuf, mxml_node_t *groups, bool detailed)
+{
+    const SavedText skeleton = saveNode(m_xml.get(), m_saveBound);
+    if (!skeleton.m_text)
+        return 0;
+    const std::string_view whole(skeleton.m_text.get(), skeleton.m_length);
+    std::string_view head = whole;
+    std::string_view tail;
+    std::vector<SavedText> pieces;
+
+    if (mxml_node_t *placeholder = mxmlGetFirstChild(groups)) {
+        const std::string marker = std::string(indentFor(placeholder)) + "<vx:ContentGroup />\n";
+        const size_t at = whole.find(marker);
+        if (at == std::string_view::npos)
+            return 0;
+        head = whole.substr(0, at);
+        tail = whole.substr(at + marker.size());
+        mxmlDelete(placeholder);
+        pieces.reserve(m_document->groupCount());
+        for (const auto &entry : m_document->contentGroups()) {
+            m_saveBound = 1;
+            mxml_node_t *group = CreateContentGroup(groups, *entry.second, detailed);
+            pieces.push_back(saveNode(group, m_saveBound));
+            mxmlDelete(group);
+            if (!pieces.back().m_text)
+                return 0;
+        }
+    }
+
+    // One limit for the report, whatever its shape: what a single Mini-XML
+    // save can hold.
+    const size_t limit = std::numeric_limits<int>::max();
+    size_t length = head.size() + tail.size();
+    for (const SavedText &piece : pieces) {
+        if (piece.m_length > limit - std::min(length, limit))
+            return 0;
+        length += piece.m_length;
+    }
+    if (length > limit)
+        return 0;
+
+    // Room for everything at once (or the buffer's refusal), then the pieces.
+    outBuf->resizeOrThrowIfWriteBeyondEndOfBuffer<char>(length);
+    outBuf->putRawBytes(head.data(), head.size());
+    for (const SavedText &piece : pieces)
+        outBuf->putRawBytes(piece.m_text.get(), piece.m_length);
+    outBuf->putRawBytes(tail.data(), tail.size());
+    return length;
 }
 
 void XmlWriter::CreateDocumentSummary(mxml_node_t *statistics)
@@ -231,15 +291,17 @@ void XmlWriter::CreateIssueInfoItem(mxml_node_t *groups, const IssueRange &range
     addTextElement(group, "vx:GroupDescription", description);
 }
 
-void XmlWriter::CreateContentGroups(mxml_node_t *statistics, bool detailed)
+mxml_node_t *XmlWriter::CreateContentGroups(mxml_node_t *statistics)
 {
     mxml_node_t *groups = addElement(statistics, "vx:ContentGroups");
     setCountAttribute(groups, "groupCount", m_document->groupCount());
-    for (const auto &entry : m_document->contentGroups())
-        CreateContentGroup(groups, *entry.second, detailed);
+    if (m_document->groupCount() != 0)
+        addElement(groups, "vx:ContentGroup");
+    return groups;
 }
 
-void XmlWriter::CreateContentGroup(mxml_node_t *groups, const ContentGroup &group, bool detailed)
+mxml_node_t *XmlWriter::CreateContentGroup(mxml_node_t *groups, const ContentGroup &group,
+                                           bool detailed)
 {
     mxml_node_t *node = addElement(groups, "vx:ContentGroup");
     const QByteArray description = group.BriefDescription().toUtf8();
@@ -250,6 +312,7 @@ void XmlWriter::CreateContentGroup(mxml_node_t *groups, const ContentGroup &grou
                 &XmlWriter::AddSanitisationItem);
     AddItemList(node, "vx:RemedyItems", group.remedyItems(), &XmlWriter::AddRemedyItem);
     AddItemList(node, "vx:IssueItems", group.issueItems(), &XmlWriter::AddIssueItem);
+    return node;
 }
 
 template <typename Item>
@@ -391,29 +454,29 @@ void XmlWriter::setCountAttribute(mxml_node_t *element, const char *name, uint64
     mxmlElementSetAttrf(element, name, "%zu", static_cast<size_t>(value));
 }
 
-std::unique_ptr<char, XmlWriter::FreeDeleter> XmlWriter::saveTree(size_t *length)
+XmlWriter::SavedText XmlWriter::saveNode(mxml_node_t *node, size_t bound)
 {
     // Mini-XML wraps long lines unless told not to; the setting is per thread,
     // so it is made right before every save.
     mxmlSetWrapMargin(0);
-    // One save into a buffer of the bound kept while building. Only the pages
-    // the text fills are ever touched, so the generous bound costs address
-    // space, not memory. (mxmlSaveAllocString would format the whole tree
-    // twice, the first time only to measure it.)
-    const size_t size = std::min<size_t>(m_saveBound, std::numeric_limits<int>::max());
-    std::unique_ptr<char, FreeDeleter> text(static_cast<char *>(std::malloc(size)));
-    if (text) {
-        const int saved = mxmlSaveString(m_xml.get(), text.get(), static_cast<int>(size), whitespace_cb);
-        if (saved >= 0 && static_cast<size_t>(saved) < size) {
-            *length = static_cast<size_t>(saved);
-            return text;
+    // One save into a buffer of the bound kept while building this node's
+    // tree; only the pages the text fills are ever touched. (mxmlSaveAllocString
+    // would format the tree twice, the first time only to measure it.)
+    const size_t size = std::min<size_t>(bound, std::numeric_limits<int>::max());
+    SavedText saved;
+    saved.m_text.reset(static_cast<char *>(std::malloc(size)));
+    if (saved.m_text) {
+        const int length = mxmlSaveString(node, saved.m_text.get(), static_cast<int>(size), whitespace_cb);
+        if (length >= 0 && static_cast<size_t>(length) < size) {
+            saved.m_length = static_cast<size_t>(length);
+            return saved;
         }
     }
-    // Too big for the bound (a report near Mini-XML's 2 GiB limit): let
-    // Mini-XML measure and allocate; it answers null when it cannot.
-    text.reset(mxmlSaveAllocString(m_xml.get(), whitespace_cb));
-    *length = text ? std::strlen(text.get()) : 0;
-    return text;
+    // Beyond the bound (a piece near Mini-XML's 2 GiB limit): let Mini-XML
+    // measure and allocate; it answers null when it cannot.
+    saved.m_text.reset(mxmlSaveAllocString(node, whitespace_cb));
+    saved.m_length = saved.m_text ? std::strlen(saved.m_text.get()) : 0;
+    return saved;
 }
 
 // Record descriptions arrive cleaned to printable ASCII, but names, types,

@@ -63,9 +63,11 @@ private:
     void CreateIssueInfoNode(mxml_node_t *statistics);
     void CreateIssueInfoItem(mxml_node_t *groups, const RepositoryComponents::IssueRange &range,
                              const std::string &description);
-    void CreateContentGroups(mxml_node_t *statistics, bool detailed);
-    void CreateContentGroup(mxml_node_t *groups, const RepositoryComponents::ContentGroup &group,
-                            bool detailed);
+    // The group list with a placeholder group; the groups are built as the
+    // report is saved (see saveReport).
+    mxml_node_t *CreateContentGroups(mxml_node_t *statistics);
+    mxml_node_t *CreateContentGroup(mxml_node_t *groups,
+                                    const RepositoryComponents::ContentGroup &group, bool detailed);
     template <typename Item>
     void AddItemList(mxml_node_t *group, const char *listName,
                      const RepositoryComponents::ItemMap<Item> &items,
@@ -97,14 +99,22 @@ private:
     {
         void operator()(char *text) const { std::free(text); }
     };
-    // The saved tree and its length; null when it cannot be saved.
-    std::unique_ptr<char, FreeDeleter> saveTree(size_t *length);
+    // Saves the report into outBuf; answers its length, 0 on failure.
+    size_t saveReport(MemoryBuffer *outBuf, mxml_node_t *groups, bool detailed);
+    struct SavedText
+    {
+        std::unique_ptr<char, FreeDeleter> m_text; // null when the save failed
+        size_t m_length = 0;
+    };
+    // The text of a node's tree, saved with the whitespace callback.
+    SavedText saveNode(mxml_node_t *node, size_t bound);
 
     std::unique_ptr<mxml_node_t, void (*)(mxml_node_t *)> m_xml;
     mxml_node_t *m_root = nullptr;
     const RepositoryComponents::DocumentStatistics *m_document = nullptr;
     std::string m_scratch;
-    // The longest the saved text can be, kept up to date as nodes are added.
+    // The longest the saved text of the nodes built since the last save can
+    // be, kept up to date as nodes are added.
     size_t m_saveBound = 1;
 };
 

@@ -25,8 +25,8 @@ std::string writeReport(DocumentAnalysis &analysis, bool detailed)
     return report;
 }
 
-// One group with a record of each kind, an issue-information range, an
-// extracted text and an extracted image.
+// One group with a record of each kind, a second group with an issue, an
+// issue-information range, an extracted text and an extracted image.
 void fillSample(DocumentAnalysis &analysis)
 {
     analysis.AddFileAnalysis("sample.doc", "ft_doc", "Word 97-2003", 4096, "structure match");
@@ -35,6 +35,7 @@ void fillSample(DocumentAnalysis &analysis)
     analysis.VXAnalyseSchemaGroupSanitize(275, "Macro removed\tfrom body", 50, 16777507);
     analysis.VXAnalyseSchemaGroupRemedy(275, "Fixed <header> & length", 5);
     analysis.VXAnalyseSchemaGroupIssue(275, "Bad length [FAILURE_LOG at 0x10] in stream", 0, 96);
+    analysis.VXAnalyseSchemaGroupIssue(3, "Trailer missing", 0, 97);
     analysis.VXAnalyseIssueInfoInsert(5, 9, "Header issues");
     analysis.VXAnalyseSchemaExtractedText(1024, "WordDocument", "UTF-16LE");
     analysis.VXAnalyseSchemaExtractedImage(2048, "Data/image1", 3, "image/png");
@@ -58,7 +59,20 @@ const std::string kSampleReport =
     "\t\t\t\t<vx:GroupDescription>Header issues</vx:GroupDescription>\n"
     "</vx:IssueInformationGroup>\n"
     "</vx:IssueInformationGroups>\n"
-    "\t\t<vx:ContentGroups groupCount=\"1\">\n"
+    "\t\t<vx:ContentGroups groupCount=\"2\">\n"
+    "\t\t\t<vx:ContentGroup>\n"
+    "\t\t\t\t<vx:BriefDescription>PDF-1.0</vx:BriefDescription>\n"
+    "\t\t\t\t<vx:ContentItems itemCount=\"0\" />\n"
+    "\t\t\t\t<vx:SanitisationItems itemCount=\"0\" />\n"
+    "\t\t\t\t<vx:RemedyItems itemCount=\"0\" />\n"
+    "\t\t\t\t<vx:IssueItems itemCount=\"1\">\n"
+    "\t\t\t\t\t<vx:IssueItem>\n"
+    "\t\t\t\t\t\t<vx:TechnicalDescription>Trailer missing</vx:TechnicalDescription>\n"
+    "\t\t\t\t\t\t<vx:IssueId>97</vx:IssueId>\n"
+    "\t\t\t\t\t\t<vx:InstanceCount>1</vx:InstanceCount>\n"
+    "\t\t\t\t\t\t<vx:RiskLevel />\t\t\t\t\t</vx:IssueItem>\n"
+    "\t\t\t\t</vx:IssueItems>\n"
+    "\t\t\t</vx:ContentGroup>\n"
     "\t\t\t<vx:ContentGroup>\n"
     "\t\t\t\t<vx:BriefDescription>Macro Instances</vx:BriefDescription>\n"
     "\t\t\t\t<vx:ContentItems itemCount=\"1\">\n"
@@ -111,6 +125,7 @@ const std::string kSampleReport =
     "\t</vx:DocumentStatistics>\n"
     "</vx:CorvidInfo>\n";
 
+const std::string kEmptyContentItems = "\t\t\t\t<vx:ContentItems itemCount=\"0\" />\n";
 const std::string kContentItemsBlock =
     "\t\t\t\t<vx:ContentItems itemCount=\"1\">\n"
     "\t\t\t\t\t<vx:ContentItem>\n"
@@ -140,9 +155,11 @@ TEST(XmlReport, WithoutTheDetailedFlagContentItemsAreLeftOut)
     DocumentAnalysis analysis;
     fillSample(analysis);
     std::string expected = kSampleReport;
-    const size_t block = expected.find(kContentItemsBlock);
-    ASSERT_NE(block, std::string::npos);
-    expected.erase(block, kContentItemsBlock.size());
+    for (const std::string &block : {kEmptyContentItems, kContentItemsBlock}) {
+        const size_t at = expected.find(block);
+        ASSERT_NE(at, std::string::npos);
+        expected.erase(at, block.size());
+    }
     EXPECT_EQ(writeReport(analysis, false), expected);
 }
 
