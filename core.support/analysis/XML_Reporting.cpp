@@ -184,14 +184,14 @@ uint32_t XmlWriter::writeXML_Analysis(DocumentAnalysis &analysis, DocumentStatis
     ScopeGuard dropStatistics([statistics] { mxmlDelete(statistics); });
     CreateDocumentSummary(statistics);
     CreateIssueInfoNode(statistics);
-    mxml_node_t *groups = CreateContentGroups(statistics);
+    CreateContentGroups(statistics, detailed);
     CreateExtractedItems(statistics);
 
     // Whatever stops the writing, the buffer is left empty as it came.
     ScopeGuard emptyOutput([outBuf] { outBuf->resizeBuffer(0, false); });
     size_t length = 0;
     try {
-        length = saveReport(outBuf, groups, detailed);
+        length = saveReport(outBuf);
     } catch (const WriteBufferException &) {
         length = 0;
     }
@@ -203,62 +203,78 @@ uint32_t XmlWriter::writeXML_Analysis(DocumentAnalysis &analysis, DocumentStatis
     return static_cast<uint32_t>(length);
 }
 
-// The content groups are nearly all of a report, and as one Mini-XML tree a
-// report takes well over a kilobyte of nodes per record. So the tree is saved
-// in pieces: first everything but the groups, with a placeholder group where
-// they go, then each group in turn, built at its place in the tree (so the
-// whitespace callback indents it as in the whole tree), saved and dropped.
-// The text is the same as one save of the whole tree; the tree never holds
-// more than one group. The pieces are kept until the total is known, so the
-// output buffer is sized once instead of growing piece by piece.
-size_t XmlWriter::saveReport(MemoryBuffer *outBuf, mxml_node_t *groups, bool detailed)
+// The text of a report as it is saved piece by piece: fixed-size blocks, so
+// that a growing report is never copied; at most what one Mini-XML save can
+// hold, so the report has one limit whatever its shape.
+class ReportText
+{
+public:
+    bool append(std::string_view text)
+    {
+        if (text.size() > kLimit - m_size)
+            return false;
+        m_size += text.size();
+        while (!text.empty()) {
+            if (m_blocks.empty() || m_blocks.back().size() == kBlockSize) {
+                m_blocks.emplace_back();
+                m_blocks.back().reserve(kBlockSize);
+            }
+            std::string &block = m_blocks.back();
+            const size_t n = std::min(text.size(), kBlockSize - block.size());
+            block.append(text.data(), n);
+            text.remove_prefix(n);
+        }
+        return true;
+    }
+    size_t size() const { return m_size; }
+    // Room for everything at once (or the buffer's refusal), then the blocks.
+    void writeTo(MemoryBuffer *out) const
+    {
+        out->resizeOrThrowIfWriteBeyondEndOfBuffer<char>(m_size);
+        for (const std::string &block : m_blocks)
+            out->putRawBytes(block.data(), block.size());
+    }
+
+private:
+    static constexpr size_t kBlockSize = 1 << 20;
+    static constexpr size_t kLimit = std::numeric_limits<int>::max();
+    std::vector<std::string> m_blocks;
+    size_t m_size = 0;
+};
+
+// Records are nearly all of a report, and as one Mini-XML tree a report takes
+// well over a kilobyte of nodes per record. So the tree is built without
+// them: every non-empty item list holds one empty placeholder item. That tree
+// is saved, and where a placeholder stands in the text, the list's items are
+// written instead, each built at its place in the tree (so the whitespace
+// callback indents it as in the whole tree), saved and dropped again. The
+// text is the same as one save of the whole tree; the tree never holds more
+// than one record, whose nodes the allocator then hands out again and again.
+size_t XmlWriter::saveReport(MemoryBuffer *outBuf)
 {
     const SavedText skeleton = saveNode(m_xml.get(), m_saveBound);
     if (!skeleton.m_text)
         return 0;
-    const std::string_view whole(skeleton.m_text.get(), skeleton.m_length);
-    std::string_view head = whole;
-    std::string_view tail;
-    std::vector<SavedText> pieces;
-
-    if (mxml_node_t *placeholder = mxmlGetFirstChild(groups)) {
-        const std::string marker = std::string(indentFor(placeholder)) + "<vx:ContentGroup />\n";
-        const size_t at = whole.find(marker);
-        if (at == std::string_view::npos)
+    std::string_view rest(skeleton.m_text.get(), skeleton.m_length);
+    ReportText report;
+    // Lists were deferred in document order, so each placeholder is the next
+    // one of its kind in the text. No text can contain a tag: markup
+    // characters in texts are escaped.
+    for (const DeferredList &list : m_deferredLists) {
+        const char *name = mxmlGetElement(list.m_placeholder);
+        const std::string marker = std::string(indentFor(list.m_placeholder)) + "<" + name + " />"
+            + (findElement(name) ? "\n" : "");
+        const size_t at = rest.find(marker);
+        if (at == std::string_view::npos || !report.append(rest.substr(0, at)))
             return 0;
-        head = whole.substr(0, at);
-        tail = whole.substr(at + marker.size());
-        mxmlDelete(placeholder);
-        pieces.reserve(m_document->groupCount());
-        for (const auto &entry : m_document->contentGroups()) {
-            m_saveBound = 1;
-            mxml_node_t *group = CreateContentGroup(groups, *entry.second, detailed);
-            pieces.push_back(saveNode(group, m_saveBound));
-            mxmlDelete(group);
-            if (!pieces.back().m_text)
-                return 0;
-        }
-    }
-
-    // One limit for the report, whatever its shape: what a single Mini-XML
-    // save can hold.
-    const size_t limit = std::numeric_limits<int>::max();
-    size_t length = head.size() + tail.size();
-    for (const SavedText &piece : pieces) {
-        if (piece.m_length > limit - std::min(length, limit))
+        rest.remove_prefix(at + marker.size());
+        if (!list.m_writeItems(report))
             return 0;
-        length += piece.m_length;
     }
-    if (length > limit)
+    if (!report.append(rest))
         return 0;
-
-    // Room for everything at once (or the buffer's refusal), then the pieces.
-    outBuf->resizeOrThrowIfWriteBeyondEndOfBuffer<char>(length);
-    outBuf->putRawBytes(head.data(), head.size());
-    for (const SavedText &piece : pieces)
-        outBuf->putRawBytes(piece.m_text.get(), piece.m_length);
-    outBuf->putRawBytes(tail.data(), tail.size());
-    return length;
+    report.writeTo(outBuf);
+    return report.size();
 }
 
 void XmlWriter::CreateDocumentSummary(mxml_node_t *statistics)
@@ -291,41 +307,55 @@ void XmlWriter::CreateIssueInfoItem(mxml_node_t *groups, const IssueRange &range
     addTextElement(group, "vx:GroupDescription", description);
 }
 
-mxml_node_t *XmlWriter::CreateContentGroups(mxml_node_t *statistics)
+void XmlWriter::CreateContentGroups(mxml_node_t *statistics, bool detailed)
 {
     mxml_node_t *groups = addElement(statistics, "vx:ContentGroups");
     setCountAttribute(groups, "groupCount", m_document->groupCount());
-    if (m_document->groupCount() != 0)
-        addElement(groups, "vx:ContentGroup");
-    return groups;
+    for (const auto &entry : m_document->contentGroups())
+        CreateContentGroup(groups, *entry.second, detailed);
 }
 
-mxml_node_t *XmlWriter::CreateContentGroup(mxml_node_t *groups, const ContentGroup &group,
-                                           bool detailed)
+void XmlWriter::CreateContentGroup(mxml_node_t *groups, const ContentGroup &group, bool detailed)
 {
     mxml_node_t *node = addElement(groups, "vx:ContentGroup");
     const QByteArray description = group.BriefDescription().toUtf8();
     addText(addElement(node, "vx:BriefDescription"), description.constData());
     if (detailed)
-        AddItemList(node, "vx:ContentItems", group.contentItems(), &XmlWriter::AddContentItem);
-    AddItemList(node, "vx:SanitisationItems", group.sanitisationItems(),
+        AddItemList(node, "vx:ContentItems", "vx:ContentItem", group.contentItems(),
+                    &XmlWriter::AddContentItem);
+    AddItemList(node, "vx:SanitisationItems", "vx:SanitisationItem", group.sanitisationItems(),
                 &XmlWriter::AddSanitisationItem);
-    AddItemList(node, "vx:RemedyItems", group.remedyItems(), &XmlWriter::AddRemedyItem);
-    AddItemList(node, "vx:IssueItems", group.issueItems(), &XmlWriter::AddIssueItem);
-    return node;
+    AddItemList(node, "vx:RemedyItems", "vx:RemedyItem", group.remedyItems(),
+                &XmlWriter::AddRemedyItem);
+    AddItemList(node, "vx:IssueItems", "vx:IssueItem", group.issueItems(), &XmlWriter::AddIssueItem);
 }
 
+// The list element with its count; the items themselves are written when the
+// report is saved (see saveReport).
 template <typename Item>
-void XmlWriter::AddItemList(mxml_node_t *group, const char *listName, const ItemMap<Item> &items,
-                            void (XmlWriter::*addItem)(mxml_node_t *, const Item &))
+void XmlWriter::AddItemList(mxml_node_t *group, const char *listName, const char *itemName,
+                            const ItemMap<Item> &items,
+                            mxml_node_t *(XmlWriter::*addItem)(mxml_node_t *, const Item &))
 {
     mxml_node_t *list = addElement(group, listName);
     setCountAttribute(list, "itemCount", items.size());
-    for (const auto &entry : items)
-        (this->*addItem)(list, *entry.second);
+    if (items.empty())
+        return;
+    mxml_node_t *placeholder = addElement(list, itemName);
+    m_deferredLists.push_back({placeholder, [this, list, &items, addItem](ReportText &report) {
+        for (const auto &entry : items) {
+            m_saveBound = 1;
+            mxml_node_t *item = (this->*addItem)(list, *entry.second);
+            const bool written = appendSaved(item, report);
+            mxmlDelete(item);
+            if (!written)
+                return false;
+        }
+        return true;
+    }});
 }
 
-void XmlWriter::AddContentItem(mxml_node_t *list, const ContentItem &item)
+mxml_node_t *XmlWriter::AddContentItem(mxml_node_t *list, const ContentItem &item)
 {
     mxml_node_t *node = addElement(list, "vx:ContentItem");
     addTextElement(node, "vx:TechnicalDescription", item.description());
@@ -334,9 +364,10 @@ void XmlWriter::AddContentItem(mxml_node_t *list, const ContentItem &item)
     addNumberElement(node, "vx:AverageSizeInBytes", item.averageSize());
     addNumberElement(node, "vx:MinSizeInBytes", item.minSize());
     addNumberElement(node, "vx:MaxSizeInBytes", item.maxSize());
+    return node;
 }
 
-void XmlWriter::AddSanitisationItem(mxml_node_t *list, const SanitisationItem &item)
+mxml_node_t *XmlWriter::AddSanitisationItem(mxml_node_t *list, const SanitisationItem &item)
 {
     mxml_node_t *node = addElement(list, "vx:SanitisationItem");
     addTextElement(node, "vx:TechnicalDescription", item.description());
@@ -346,22 +377,25 @@ void XmlWriter::AddSanitisationItem(mxml_node_t *list, const SanitisationItem &i
     addNumberElement(node, "vx:AverageSizeInBytes", item.averageSize());
     addNumberElement(node, "vx:MinSizeInBytes", item.minSize());
     addNumberElement(node, "vx:MaxSizeInBytes", item.maxSize());
+    return node;
 }
 
-void XmlWriter::AddRemedyItem(mxml_node_t *list, const RemedyItem &item)
+mxml_node_t *XmlWriter::AddRemedyItem(mxml_node_t *list, const RemedyItem &item)
 {
     mxml_node_t *node = addElement(list, "vx:RemedyItem");
     addTextElement(node, "vx:TechnicalDescription", item.description());
     addNumberElement(node, "vx:InstanceCount", item.instanceCount());
+    return node;
 }
 
-void XmlWriter::AddIssueItem(mxml_node_t *list, const IssueItem &item)
+mxml_node_t *XmlWriter::AddIssueItem(mxml_node_t *list, const IssueItem &item)
 {
     mxml_node_t *node = addElement(list, "vx:IssueItem");
     addTextElement(node, "vx:TechnicalDescription", item.description());
     addNumberElement(node, "vx:IssueId", item.issueId());
     addNumberElement(node, "vx:InstanceCount", item.instanceCount());
     addElement(node, "vx:RiskLevel");
+    return node;
 }
 
 void XmlWriter::CreateExtractedItems(mxml_node_t *statistics)
@@ -472,11 +506,25 @@ XmlWriter::SavedText XmlWriter::saveNode(mxml_node_t *node, size_t bound)
             return saved;
         }
     }
-    // Beyond the bound (a piece near Mini-XML's 2 GiB limit): let Mini-XML
+    // Beyond the bound (a text near Mini-XML's 2 GiB limit): let Mini-XML
     // measure and allocate; it answers null when it cannot.
     saved.m_text.reset(mxmlSaveAllocString(node, whitespace_cb));
     saved.m_length = saved.m_text ? std::strlen(saved.m_text.get()) : 0;
     return saved;
+}
+
+bool XmlWriter::appendSaved(mxml_node_t *node, ReportText &report)
+{
+    // Records are small: one scratch buffer, grown to the largest bound seen,
+    // serves them all.
+    if (m_saveBound > m_scratchSave.size())
+        m_scratchSave.resize(std::min<size_t>(m_saveBound, std::numeric_limits<int>::max()));
+    const int length = mxmlSaveString(node, m_scratchSave.data(), static_cast<int>(m_scratchSave.size()),
+                                      whitespace_cb);
+    if (length >= 0 && static_cast<size_t>(length) < m_scratchSave.size())
+        return report.append(std::string_view(m_scratchSave.data(), static_cast<size_t>(length)));
+    const SavedText saved = saveNode(node, m_saveBound);
+    return saved.m_text && report.append(std::string_view(saved.m_text.get(), saved.m_length));
 }
 
 // Record descriptions arrive cleaned to printable ASCII, but names, types,
@@ -496,20 +544,20 @@ const char *XmlWriter::xmlText(const std::string &text)
         return text.c_str();
 
     static const char kHex[] = "0123456789abcdef";
-    m_scratch.assign(text, 0, i);
+    m_xmlTextScratch.assign(text, 0, i);
     while (i < size) {
         const size_t n = xmlCharLength(bytes + i, size - i);
         if (n != 0) {
-            m_scratch.append(text, i, n);
+            m_xmlTextScratch.append(text, i, n);
             i += n;
         } else {
-            m_scratch += '#';
-            m_scratch += kHex[bytes[i] >> 4];
-            m_scratch += kHex[bytes[i] & 0x0F];
+            m_xmlTextScratch += '#';
+            m_xmlTextScratch += kHex[bytes[i] >> 4];
+            m_xmlTextScratch += kHex[bytes[i] & 0x0F];
             ++i;
         }
     }
-    return m_scratch.c_str();
+    return m_xmlTextScratch.c_str();
 }
 
 bool XmlWriter::findElement(const char *name)

@@ -6,14 +6,19 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 class MemoryBuffer;
 
 // The XML analysis report: one analysed document written as a "vx:CorvidInfo"
 // document with Mini-XML and a whitespace callback that fixes the layout.
 namespace XML_Reporting {
+
+// The text of a report while it is saved piece by piece (see the source).
+class ReportText;
 
 // The report vocabulary's namespace. The project publishes no schema yet, so
 // the name lives under the reserved ".example" domain: it identifies the
@@ -63,19 +68,18 @@ private:
     void CreateIssueInfoNode(mxml_node_t *statistics);
     void CreateIssueInfoItem(mxml_node_t *groups, const RepositoryComponents::IssueRange &range,
                              const std::string &description);
-    // The group list with a placeholder group; the groups are built as the
-    // report is saved (see saveReport).
-    mxml_node_t *CreateContentGroups(mxml_node_t *statistics);
-    mxml_node_t *CreateContentGroup(mxml_node_t *groups,
-                                    const RepositoryComponents::ContentGroup &group, bool detailed);
+    void CreateContentGroups(mxml_node_t *statistics, bool detailed);
+    void CreateContentGroup(mxml_node_t *groups, const RepositoryComponents::ContentGroup &group,
+                            bool detailed);
     template <typename Item>
-    void AddItemList(mxml_node_t *group, const char *listName,
+    void AddItemList(mxml_node_t *group, const char *listName, const char *itemName,
                      const RepositoryComponents::ItemMap<Item> &items,
-                     void (XmlWriter::*addItem)(mxml_node_t *, const Item &));
-    void AddContentItem(mxml_node_t *list, const RepositoryComponents::ContentItem &item);
-    void AddSanitisationItem(mxml_node_t *list, const RepositoryComponents::SanitisationItem &item);
-    void AddRemedyItem(mxml_node_t *list, const RepositoryComponents::RemedyItem &item);
-    void AddIssueItem(mxml_node_t *list, const RepositoryComponents::IssueItem &item);
+                     mxml_node_t *(XmlWriter::*addItem)(mxml_node_t *, const Item &));
+    mxml_node_t *AddContentItem(mxml_node_t *list, const RepositoryComponents::ContentItem &item);
+    mxml_node_t *AddSanitisationItem(mxml_node_t *list,
+                                     const RepositoryComponents::SanitisationItem &item);
+    mxml_node_t *AddRemedyItem(mxml_node_t *list, const RepositoryComponents::RemedyItem &item);
+    mxml_node_t *AddIssueItem(mxml_node_t *list, const RepositoryComponents::IssueItem &item);
     void CreateExtractedItems(mxml_node_t *statistics);
     void CreateExtractedText(mxml_node_t *items, const RepositoryComponents::ExtractedText &text);
     void CreateExtractedImage(mxml_node_t *items, const RepositoryComponents::ExtractedImage &image);
@@ -100,7 +104,7 @@ private:
         void operator()(char *text) const { std::free(text); }
     };
     // Saves the report into outBuf; answers its length, 0 on failure.
-    size_t saveReport(MemoryBuffer *outBuf, mxml_node_t *groups, bool detailed);
+    size_t saveReport(MemoryBuffer *outBuf);
     struct SavedText
     {
         std::unique_ptr<char, FreeDeleter> m_text; // null when the save failed
@@ -108,14 +112,26 @@ private:
     };
     // The text of a node's tree, saved with the whitespace callback.
     SavedText saveNode(mxml_node_t *node, size_t bound);
+    // Saves a record's tree (bounded by m_saveBound) at the end of report.
+    bool appendSaved(mxml_node_t *node, ReportText &report);
+
+    // An item list whose items are written only as the report is saved: its
+    // placeholder item, and what writes the items in its place.
+    struct DeferredList
+    {
+        mxml_node_t *m_placeholder;
+        std::function<bool(ReportText &)> m_writeItems;
+    };
 
     std::unique_ptr<mxml_node_t, void (*)(mxml_node_t *)> m_xml;
     mxml_node_t *m_root = nullptr;
     const RepositoryComponents::DocumentStatistics *m_document = nullptr;
-    std::string m_scratch;
+    std::string m_xmlTextScratch;
     // The longest the saved text of the nodes built since the last save can
     // be, kept up to date as nodes are added.
     size_t m_saveBound = 1;
+    std::vector<DeferredList> m_deferredLists;
+    std::vector<char> m_scratchSave;
 };
 
 } // namespace XML_Reporting
