@@ -226,6 +226,40 @@ TEST(XmlReport, GroupsByIdItemsByRawKey)
               (QStringList{"0", "0", "0", "0"}));
 }
 
+TEST(XmlReport, ReportsLargerThanOneWritePieceStayWhole)
+{
+    // Records are written one at a time into the report's blocks; thousands
+    // of them cross several block boundaries.
+    DocumentAnalysis analysis;
+    analysis.AddFileAnalysis("d", "t", "v", 0, "");
+    const int records = 12000;
+    for (int i = 0; i < records; ++i)
+        analysis.VXAnalyseSchemaGroupIssue(5, "issue " + std::to_string(100000 + i), i, i);
+    const std::string report = writeReport(analysis, true);
+    EXPECT_GT(report.size(), 2u << 20);
+    const QStringList ids = elementTexts(report, QStringLiteral("vx:IssueId"));
+    ASSERT_EQ(ids.size(), records);
+    EXPECT_EQ(ids.first(), QStringLiteral("0"));
+    EXPECT_EQ(ids.last(), QString::number(records - 1));
+}
+
+TEST(XmlReport, TextsThatLookLikeTagsAreOnlyText)
+{
+    const std::string tagLike = "<vx:IssueItem />\n<vx:ContentItem />";
+    DocumentAnalysis analysis;
+    analysis.AddFileAnalysis("d", "t", "v", 0, tagLike.c_str());
+    analysis.VXAnalyseIssueInfoInsert(1, 2, tagLike);
+    analysis.VXAnalyseSchemaGroupIssue(1, tagLike, 0, 1);
+    analysis.VXAnalyseSchemaGroupContentItem(1, tagLike, 0);
+    const std::string report = writeReport(analysis, true);
+    EXPECT_EQ(elementTexts(report, QStringLiteral("vx:IssueItem")).size(), 1);
+    EXPECT_EQ(elementTexts(report, QStringLiteral("vx:ContentItem")).size(), 1);
+    EXPECT_EQ(elementTexts(report, QStringLiteral("vx:TechnicalDescription")),
+              (QStringList{"<vx:IssueItem />#0a<vx:ContentItem />", "<vx:IssueItem />#0a<vx:ContentItem />"}));
+    EXPECT_EQ(elementTexts(report, QStringLiteral("vx:GroupDescription")),
+              QStringList{QString::fromStdString(tagLike)});
+}
+
 TEST(XmlReport, TextsTheCamerasGaveStayReadable)
 {
     // Names, versions, locations, encodings and range descriptions are not
