@@ -8,13 +8,27 @@ IOException::IOException(const std::string &message) : std::runtime_error(messag
 
 IOException::IOException(const QString &message) : std::runtime_error(message.toStdString()) {}
 
+namespace {
+
+// Every failure closes the file first and names Qt's reason for it.
+[[noreturn]] void closeAndThrow(QFile &file, const char *pattern)
+{
+    const QString reason = file.errorString();
+    file.close();
+    throw IOException(QString::fromLatin1(pattern).arg(reason));
+}
+
+void openOrThrow(QFile &file, QIODevice::OpenMode mode)
+{
+    if (!file.open(mode))
+        closeAndThrow(file, "Could not open file for the following reason: %1.");
+}
+
+} // namespace
+
 std::vector<unsigned char> FileIO::readFile(QFile &file)
 {
-    if (!file.open(QIODevice::ReadOnly)) {
-        file.close();
-        throw IOException(QStringLiteral("Could not open file for the following reason: %1.")
-                              .arg(file.errorString()));
-    }
+    openOrThrow(file, QIODevice::ReadOnly);
     const qint64 size = file.size();
     if (size <= 0) {
         file.close();
@@ -25,11 +39,8 @@ std::vector<unsigned char> FileIO::readFile(QFile &file)
     qint64 done = 0;
     while (!file.atEnd() && done < size) {
         const qint64 n = file.read(reinterpret_cast<char *>(data.data()) + done, size - done);
-        if (n < 0) {
-            file.close();
-            throw IOException(QStringLiteral("Error occurred while reading file: %1.")
-                                  .arg(file.errorString()));
-        }
+        if (n < 0)
+            closeAndThrow(file, "Error occurred while reading file: %1.");
         if (n == 0)
             break;
         done += n;
@@ -42,20 +53,13 @@ std::vector<unsigned char> FileIO::readFile(QFile &file)
 
 void FileIO::writeToFile(QFile &file, const std::vector<unsigned char> &data)
 {
-    if (!file.open(QIODevice::WriteOnly)) {
-        file.close();
-        throw IOException(QStringLiteral("Could not open file for the following reason: %1.")
-                              .arg(file.errorString()));
-    }
+    openOrThrow(file, QIODevice::WriteOnly);
     const qint64 size = static_cast<qint64>(data.size());
     qint64 done = 0;
     while (done < size) {
         const qint64 n = file.write(reinterpret_cast<const char *>(data.data()) + done, size - done);
-        if (n < 0) {
-            file.close();
-            throw IOException(QStringLiteral("Failed to write file for the following reason: %1.")
-                                  .arg(file.errorString()));
-        }
+        if (n < 0)
+            closeAndThrow(file, "Failed to write file for the following reason: %1.");
         if (n == 0)
             break;
         done += n;

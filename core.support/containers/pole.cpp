@@ -1516,7 +1516,32 @@ bool Storage::getEntryData(const QString &path, QIODevice &device)
     return true;
 }
 
-// Unlike a plain copy, this answers false when the stream cannot be opened
+namespace {
+
+// Creates (or opens) the stream with the device's size and copies the
+// device into it from its start, in chunks; then flushes.
+bool copyIntoStream(Storage &storage, const QString &path, QIODevice &device)
+{
+    if (!device.isSequential())
+        device.seek(0);
+    Stream stream(&storage, path, true, device.size());
+    if (stream.fail() || !storage.isWriteable())
+        return false;
+    unsigned char chunk[kCopyChunk];
+    stream.seek(0);
+    for (;;) {
+        const qint64 n = device.read(reinterpret_cast<char *>(chunk), qint64(kCopyChunk));
+        if (n <= 0)
+            break;
+        stream.write(chunk, uint64_t(n));
+    }
+    storage.flush();
+    return true;
+}
+
+} // namespace
+
+// Unlike a plain copy, these answer false when the stream cannot be opened
 // for writing (a read-only storage or a path through a stream): a caller must
 // be able to tell that nothing was stored.
 bool Storage::addEntry(const QString &path, MemoryBuffer *buffer)
@@ -1527,20 +1552,7 @@ bool Storage::addEntry(const QString &path, MemoryBuffer *buffer)
     IOMemoryBuffer device(buffer);
     if (!device.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return false;
-    device.seek(0);
-    Stream stream(this, path, true, qint64(buffer->sizeOfMB()));
-    if (stream.fail() || !isWriteable())
-        return false;
-    unsigned char chunk[kCopyChunk];
-    stream.seek(0);
-    for (;;) {
-        const qint64 n = device.read(reinterpret_cast<char *>(chunk), qint64(kCopyChunk));
-        if (n <= 0)
-            break;
-        stream.write(chunk, uint64_t(n));
-    }
-    flush();
-    return true;
+    return copyIntoStream(*this, path, device);
 }
 
 bool Storage::addEntry(const QString &path, QIODevice &device)
@@ -1551,21 +1563,7 @@ bool Storage::addEntry(const QString &path, QIODevice &device)
         return false;
     if (!device.isReadable())
         return false;
-    if (!device.isSequential())
-        device.seek(0);
-    Stream stream(this, path, true, device.size());
-    if (stream.fail() || !isWriteable())
-        return false;
-    unsigned char chunk[kCopyChunk];
-    stream.seek(0);
-    for (;;) {
-        const qint64 n = device.read(reinterpret_cast<char *>(chunk), qint64(kCopyChunk));
-        if (n <= 0)
-            break;
-        stream.write(chunk, uint64_t(n));
-    }
-    flush();
-    return true;
+    return copyIntoStream(*this, path, device);
 }
 
 // The root cannot be deleted: a file without it is no compound file.

@@ -21,25 +21,39 @@ namespace {
 // destruction recurses) shallow.
 const int kMaxDepth = 64;
 
-struct ProfileName
+// A name table: every lookup by name or by value walks one of these.
+template <typename Enum>
+struct Named
 {
-    eVxConfigType profile;
+    Enum value;
     const char *name;
 };
 
-const ProfileName kProfiles[] = {
+template <typename Enum, size_t N>
+Enum valueNamed(const Named<Enum> (&table)[N], const QString &name, Enum fallback)
+{
+    for (const Named<Enum> &entry : table)
+        if (name == QLatin1String(entry.name))
+            return entry.value;
+    return fallback;
+}
+
+template <typename Enum, size_t N>
+QString nameOf(const Named<Enum> (&table)[N], Enum value)
+{
+    for (const Named<Enum> &entry : table)
+        if (entry.value == value)
+            return QString::fromLatin1(entry.name);
+    return QString();
+}
+
+const Named<eVxConfigType> kProfiles[] = {
     {cfgSystem, "system"},        {cfgPdfConfig, "pdfConfig"}, {cfgWordConfig, "wordConfig"},
     {cfgPptConfig, "pptConfig"},  {cfgXlsConfig, "xlsConfig"}, {cfgRtfConfig, "rtfConfig"},
     {cfgTiffConfig, "tiffConfig"}, {cfgUnknown, "unknown"},
 };
 
-struct SettingName
-{
-    eVxContentManagementSetting setting;
-    const char *name;
-};
-
-const SettingName kSettings[] = {
+const Named<eVxContentManagementSetting> kSettings[] = {
     {cmsDisallow, "disallow"},
     {cmsSanitise, "sanitise"},
     {cmsAllow, "allow"},
@@ -151,34 +165,22 @@ bool readPolicy(QIODevice &device, Store store, Clear clear)
 
 eVxConfigType Lookup_profile::to_enum(const QString &name)
 {
-    for (const ProfileName &p : kProfiles)
-        if (name == QLatin1String(p.name))
-            return p.profile;
-    return cfgUnknown;
+    return valueNamed(kProfiles, name, cfgUnknown);
 }
 
 QString Lookup_profile::to_name(eVxConfigType profile)
 {
-    for (const ProfileName &p : kProfiles)
-        if (p.profile == profile)
-            return QString::fromLatin1(p.name);
-    return QString();
+    return nameOf(kProfiles, profile);
 }
 
 eVxContentManagementSetting Lookup_setting::to_enum(const QString &name)
 {
-    for (const SettingName &s : kSettings)
-        if (name == QLatin1String(s.name))
-            return s.setting;
-    return cmsUnknown;
+    return valueNamed(kSettings, name, cmsUnknown);
 }
 
 QString Lookup_setting::to_name(eVxContentManagementSetting setting)
 {
-    for (const SettingName &s : kSettings)
-        if (s.setting == setting)
-            return QString::fromLatin1(s.name);
-    return QString();
+    return nameOf(kSettings, setting);
 }
 
 // --- XmlNode -----------------------------------------------------------------------
