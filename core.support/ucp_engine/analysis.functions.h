@@ -10,7 +10,40 @@
 using cameraStatus_t = uint32_t;
 using VX2_RetStatus = int32_t;
 
+// The camera-status codes in use.
+inline constexpr cameraStatus_t cameraStatus_Success = 0;
+inline constexpr cameraStatus_t cameraStatus_SuccessWithInfo = 64;
+inline constexpr cameraStatus_t cameraStatus_Fail = 128;
+inline constexpr cameraStatus_t cameraStatus_MissingArgument = 162;
+inline constexpr cameraStatus_t cameraStatus_InconsistentRepository = 169;
+// The one failure the host sees as VX2_Fatal rather than VX2_Fail.
+inline constexpr cameraStatus_t cameraStatus_Fatal = 177;
+inline constexpr cameraStatus_t cameraStatus_NoDocumentOpen = 182;
+
+inline constexpr cameraStatus_t cameraStatusClassMask = 0xC0;
+inline constexpr cameraStatus_t cameraStatusFailClass = 0x80;
+
+// The VX2_RetStatus values in use.
+inline constexpr VX2_RetStatus VX2_SuccessWithInfo = 1;
+inline constexpr VX2_RetStatus VX2_Success = 0;
+inline constexpr VX2_RetStatus VX2_Fail = -1;
+inline constexpr VX2_RetStatus VX2_Fatal = -2;
+
+inline constexpr bool isCameraStatusFail(cameraStatus_t status)
+{
+    return (status & cameraStatusClassMask) == cameraStatusFailClass;
+}
+
+// 0 -> 0, 64 -> 1, 177 -> -2, anything else -> -1.
 VX2_RetStatus getVX2_RetStatusFromCameraStatus(cameraStatus_t status);
+// 0 -> 0, 1 -> 64, anything else -> 128.
 cameraStatus_t getCameraStatusFromVX2_RetStatus(VX2_RetStatus status);
+// A failure dominates a success, the more negative failure the other one,
+// and among successes the larger value.
 VX2_RetStatus combineVX2_RetStatus(VX2_RetStatus a, VX2_RetStatus b);
 bool isVX2_RetStatusFail(VX2_RetStatus status);
+
+// The reporting functions that cameras call from tree code (vx_analyse_group,
+// vx_issue and their family) belong to this unit as well; they take a
+// structure node, find the run's RepositoryComponents::DocumentAnalysis
+// through its root and return the repository's cameraStatus_t.
