@@ -91,8 +91,12 @@ bool SessionRegEntry::loadMemoryBufferFromEntry(MemoryBuffer *buffer)
             const size_t size = *m_sizeLocation;
             buffer->resizeBuffer(size, false);
             buffer->seek(0);
+            // Without data the block is that many zero bytes, whatever the
+            // buffer held before.
             if (*m_dataLocation != nullptr)
                 buffer->putRawBytes(*m_dataLocation, size);
+            else
+                buffer->zeroMemoryBuffer();
             buffer->seek(0);
             return true;
         }

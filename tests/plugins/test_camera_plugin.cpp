@@ -16,7 +16,8 @@
 //   VX_TEST_CAMERA      getCamera() gives a camera whose runCamera() copies the input
 //                       to the output, records the content item "type=<root's file
 //                       type> session=<yes|no> block=<block's camera name>" with the
-//                       input's size in group 7, and answers 1
+//                       input's size in group 7, and answers 1; an empty input
+//                       makes runCamera() throw
 
 #include "buffers/MemoryBuffer.h"
 #include "cameras/camera_interfaces.h"
@@ -138,6 +139,8 @@ public:
     }
     VX2_RetStatus runCamera() override
     {
+        if (m_context.m_inputBuffer->sizeOfMB() == 0)
+            throw std::runtime_error(VX_TEST_NAME ": nothing to run on");
         const ParameterBlock *block = m_context.m_parameterBlock;
         const QString seen = QStringLiteral("type=%1 session=%2 block=%3")
                                  .arg(m_root->getFiletype())
