@@ -6,6 +6,7 @@
 #include "ucp_engine/BDDLStructBase.h"
 #include "ucp_engine/ucpLogging.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QMutexLocker>
 #include <QPluginLoader>

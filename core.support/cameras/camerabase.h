@@ -6,7 +6,6 @@
 #include "policy/ContentManagement.h"
 #include "ucp/ucpserialization.h"
 
-#include <QFile>
 #include <QMap>
 #include <QMutex>
 #include <QString>
@@ -98,6 +97,7 @@ public:
     static CameraBase *findCameraBase(unsigned long handle);
 
     // --- what the session holds ----------------------------------------------------
+    const QString &name() const { return m_name; }
     Camera_Pool *getCameraPool() const { return m_cameraPool; }
     ContentManagement &contentManagement() { return m_contentManagement; }
     RepositoryComponents::DocumentAnalysis &analysis() { return m_analysis; }
@@ -164,9 +164,7 @@ private:
     MemoryBuffer *m_analysisBuffer = nullptr;
     MemoryBuffer *m_importBuffer = nullptr;
     MemoryBuffer *m_exportBuffer = nullptr;
-    void *m_reserved = nullptr;
     std::array<SessionRegEntry, regEntryCount> m_entries;
-    QFile m_file;
     RepositoryComponents::DocumentAnalysis m_analysis;
     SerializationFormat m_serialFormat = sfSISL;
     bool m_prettyPrint = false;

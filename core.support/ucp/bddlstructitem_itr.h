@@ -45,6 +45,7 @@ public:
     void setNodeValue(QVariant value) override;
 
     BDDLStructBase *owner() const { return m_owner; }
+    const BDDStructure *structure() const { return m_structure; }
     const BDDItem *item() const { return m_item; }
     const BDDItemObject &itemObject() const { return m_itemObject; }
     unsigned long index() const { return m_index; }
@@ -62,7 +63,6 @@ private:
     const BDDItem *m_item;
     BDDItemObject m_itemObject;
     unsigned long m_index;
-    uint64_t m_reserved = 0;
     // Slot of the structure array that the next appendChild fills.
     std::optional<std::size_t> m_insertionCursor;
 };

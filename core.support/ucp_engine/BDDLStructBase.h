@@ -420,9 +420,7 @@ private:
     BDDLStructBase *m_previous = nullptr;
     BDDLStructBase *m_next = nullptr;
     BDDLStructBase_Root *m_root = nullptr;
-    void *m_reserved = nullptr;
     std::vector<std::unique_ptr<BDDLStructItem_itr>> m_itemItrs;
-    uint64_t m_reserved64 = 0;
 };
 
 unsigned position(const BDDLStructBase *node);
@@ -467,7 +465,6 @@ public:
 private:
     ft_t m_fileType = ft_unknown;
     BDDLStructBase_Root *m_enclosingRoot = nullptr;
-    void *m_reserved = nullptr;
     context *m_context = nullptr;
     QString m_doctype;
     std::vector<BDDLDocument *> m_documents;

@@ -43,7 +43,8 @@ TEST(ParameterBlock, EachTypeGetsItsCamerasBlockAndName)
     for (const Case &c : cases) {
         const std::unique_ptr<ParameterBlock> block = getParameterBlockFromFt(static_cast<ft_t>(c.type), kRoot, nullptr);
         ASSERT_NE(block, nullptr) << "type " << c.type;
-        EXPECT_EQ(std::type_index(typeid(*block)), c.block) << "type " << c.type;
+        const ParameterBlock &made = *block;
+        EXPECT_EQ(std::type_index(typeid(made)), c.block) << "type " << c.type;
         EXPECT_EQ(block->cameraName(), QLatin1String(c.name)) << "type " << c.type;
         EXPECT_EQ(block->root(), kRoot);
         EXPECT_EQ(block->parent(), nullptr);

@@ -41,28 +41,24 @@ TEST(BDDLStructItem_itr, NamesComeFromTheSchema)
 
 TEST(BDDLStructItem_itr, TypeActivityAndChildrenFollowTheItemKind)
 {
-    TestRun run;
-    TestAll &all = *run.make<TestAll>();
-    const std::unique_ptr<TestAll> owner(&all);
-    all.makeUCPItemItrsReady();
-    ASSERT_EQ(all.itemItrs().size(), 30u);
-    for (int code = vtSChar; code <= vtMemoryBuffer; ++code) {
-        const BDDLStructItem_itr &item = *all.itemItrs()[static_cast<size_t>(code)];
-        UCPNode::NodeType expected = UCPNode::ITEM;
-        if (code <= vtWChar)
-            expected = UCPNode::VALUE;
-        else if (code >= vtSCharArray && code <= vtFloatArray)
-            expected = UCPNode::VALUEARRAY;
-        else if (code == vtStructure)
-            expected = UCPNode::STRUCT;
-        else if (code == vtStructureArray)
-            expected = UCPNode::STRUCTARRAY;
-        EXPECT_EQ(item.getNodeType(), expected) << "value type " << code;
-        const bool structureKind = code == vtStructure || code == vtStructureArray;
-        EXPECT_EQ(item.isNodeActive(), !structureKind) << "value type " << code << ": only empty structures are inactive";
-        EXPECT_FALSE(item.hasChildNodes()) << "value type " << code;
-        EXPECT_EQ(item.getNodeValue().isValid(), !structureKind) << "value type " << code;
+    TestAll all;
+    const std::pair<BDDValueType, UCPNode::NodeType> types[] = {
+        {vtSChar, UCPNode::VALUE},        {vtWChar, UCPNode::VALUE},   {vtDouble, UCPNode::ITEM},
+        {vtFloat, UCPNode::ITEM},         {vtSCharArray, UCPNode::VALUEARRAY}, {vtFloatArray, UCPNode::VALUEARRAY},
+        {vtStructure, UCPNode::STRUCT},   {vtStructureArray, UCPNode::STRUCTARRAY}, {vtToken, UCPNode::ITEM},
+        {vtWhitespace, UCPNode::ITEM},    {vtString, UCPNode::ITEM},   {vtMemoryBuffer, UCPNode::ITEM},
+    };
+    for (const auto &[code, type] : types)
+        EXPECT_EQ(view(all, code)->getNodeType(), type) << "value type " << code;
+
+    // Only structures can be empty; then they are inactive and childless.
+    for (BDDValueType code : {vtStructure, vtStructureArray}) {
+        EXPECT_FALSE(view(all, code)->isNodeActive()) << "value type " << code;
+        EXPECT_FALSE(view(all, code)->hasChildNodes()) << "value type " << code;
+        EXPECT_FALSE(view(all, code)->getNodeValue().isValid()) << "value type " << code;
     }
+    EXPECT_TRUE(view(all, vtString)->isNodeActive());
+    EXPECT_FALSE(view(all, vtString)->hasChildNodes());
     all.m_structure = new TestLeaf;
     all.m_structureArray = new BDDStructureVector;
     EXPECT_TRUE(view(all, vtStructure)->hasChildNodes());
