@@ -1,6 +1,16 @@
 #include "ucp_engine/analysis.functions.h"
 
+#include "analysis/RepositoryComponents.h"
+#include "ucp_engine/BDDLStructBase.h"
+#include "ucp_engine/BDDValidationFuncs.h"
+
+#include <QDebug>
+#include <QMessageLogger>
+#include <QScopeGuard>
+#include <QString>
+
 #include <algorithm>
+#include <string>
 
 VX2_RetStatus getVX2_RetStatusFromCameraStatus(cameraStatus_t status)
 {
@@ -38,4 +48,99 @@ VX2_RetStatus combineVX2_RetStatus(VX2_RetStatus a, VX2_RetStatus b)
 bool isVX2_RetStatusFail(VX2_RetStatus status)
 {
     return status < 0;
+}
+
+// ---------------------------------------------------------------------------
+// Reporting from tree code
+// ---------------------------------------------------------------------------
+
+namespace {
+
+[[maybe_unused]] const char *const NoNameString = "noname";
+
+const char *const kSourcePath = "core.support/ucp_engine/analysis.functions";
+
+// The repository the node records into; there is none to record into for a
+// null node either.
+RepositoryComponents::DocumentAnalysis &analysisOf(BDDLStructBase *node)
+{
+    RepositoryComponents::DocumentAnalysis *const analysis = getAnalysisFromStructBase(node);
+    if (analysis == nullptr)
+        throw "getAnalysisFromStructBase failed";
+    return *analysis;
+}
+
+std::string textOf(const char *text)
+{
+    return text ? std::string(text) : std::string();
+}
+
+} // namespace
+
+cameraStatus_t vx_analyse_group(BDDLStructBase *node, short group, const char *description, unsigned long size)
+{
+    return analysisOf(node).VXAnalyseSchemaGroupContentItem(group, textOf(description), size);
+}
+
+cameraStatus_t vx_analyse_group_issue(BDDLStructBase *node, short group, const char *description,
+                                      unsigned long size, unsigned int issueId)
+{
+    return analysisOf(node).VXAnalyseSchemaGroupIssue(group, textOf(description), size, issueId);
+}
+
+cameraStatus_t vx_analyse_group_sanitize(BDDLStructBase *node, short group, const char *description,
+                                         unsigned int size, unsigned int sanitisationId)
+{
+    return analysisOf(node).VXAnalyseSchemaGroupSanitize(group, textOf(description), size, sanitisationId);
+}
+
+// Remedies are not written into the report from here: the report of a
+// repaired document lists what was removed or changed (sanitisations), and
+// readers of existing reports expect no remedy entries. A camera that wants
+// them calls the repository's VXAnalyseSchemaGroupRemedy directly.
+cameraStatus_t vx_analyse_group_remedy(BDDLStructBase *, short, const char *, unsigned long)
+{
+    return cameraStatus_Success;
+}
+
+cameraStatus_t vx_analyse_error_group(BDDLStructBase *, unsigned long, const char *, unsigned long)
+{
+    return cameraStatus_Success;
+}
+
+cameraStatus_t analysis_VXAnalyseSchemaGetInterchangeMode()
+{
+    return cameraStatus_Success;
+}
+
+void VX_ERROR_function(BDDLStructBase_Root *root, int group, unsigned int id, const char *, int,
+                       const char *format, va_list arguments)
+{
+    const QString message = QString::vasprintf(format, arguments);
+    QMessageLogger(nullptr, 0, nullptr, "default").debug() << "VX_ERROR:" << id << ":" << group << ":" << message;
+    if (group != 0)
+        vx_analyse_group_issue(root, static_cast<short>(group), message.toUtf8().constData(), 0, id);
+}
+
+void vx_issue(BDDLStructBase *node, int group, const char *format, ...)
+{
+    if (format == nullptr)
+        return;
+    va_list arguments;
+    va_start(arguments, format);
+    // The recording may throw; the argument list is ended either way.
+    const auto end = qScopeGuard([&arguments] { va_end(arguments); });
+    VX_ERROR_function(dynamic_cast<BDDLStructBase_Root *>(node), group, vxDefaultIssueId, kSourcePath, 53, format,
+                      arguments);
+}
+
+void vx_issue_id(BDDLStructBase *node, int group, unsigned int id, const char *format, ...)
+{
+    Q_CHECK_PTR(node);
+    if (format == nullptr)
+        return;
+    va_list arguments;
+    va_start(arguments, format);
+    const auto end = qScopeGuard([&arguments] { va_end(arguments); });
+    VX_ERROR_function(dynamic_cast<BDDLStructBase_Root *>(node), group, id, kSourcePath, 76, format, arguments);
 }

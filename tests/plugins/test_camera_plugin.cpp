@@ -11,14 +11,31 @@
 //                       ThrowOnRegister: throws when asked for its registered type
 //   VX_TEST_ID          base of the message and group ids, so tests can tell modules apart
 //   VX_TEST_UNRESOLVED  refers to a symbol nobody defines, so the module cannot be loaded
+//   VX_TEST_ECHO_MESSAGES  message ids are the number the key spells ("5" gives 5, else 0)
+//   VX_TEST_GROUPS      group ids as "item=group,item=group"; other items answer 0
+//   VX_TEST_CAMERA      getCamera() gives a camera whose runCamera() copies the input
+//                       to the output, records the content item "type=<root's file
+//                       type> session=<yes|no> block=<block's camera name>" with the
+//                       input's size in group 7, and answers 1; an empty input
+//                       makes runCamera() throw
 
 #include "buffers/MemoryBuffer.h"
 #include "cameras/camera_interfaces.h"
 
 #include <QObject>
+#include <QString>
+#include <QStringList>
 
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
+
+#ifdef VX_TEST_CAMERA
+#include "cameras/parameterblock.h"
+#include "ucp/bddldocument.h"
+#include "ucp_engine/BDDLStructBase.h"
+#endif
 
 #ifndef VX_TEST_IID
 #define VX_TEST_IID VXCameraPluginIF_iid
@@ -49,10 +66,106 @@ bool hasMagic(const MemoryBuffer *buffer)
            && std::memcmp(buffer->constData(), kMagic, length) == 0;
 }
 
+#ifdef VX_TEST_ECHO_MESSAGES
+uint32_t errorMessageId(const char *key)
+{
+    return key == nullptr ? 0 : static_cast<uint32_t>(std::strtoul(key, nullptr, 10));
+}
+uint32_t sanitisationMessageId(const char *key)
+{
+    return errorMessageId(key);
+}
+#else
 uint32_t keyLength(const char *key)
 {
     return key == nullptr ? 0 : static_cast<uint32_t>(std::strlen(key));
 }
+uint32_t errorMessageId(const char *key)
+{
+    return kIdBase + keyLength(key);
+}
+uint32_t sanitisationMessageId(const char *key)
+{
+    return kIdBase + 500 + keyLength(key);
+}
+#endif
+
+#ifdef VX_TEST_GROUPS
+// The item=group pairs of VX_TEST_GROUPS.
+AnalysisGroupIdMap_t listedGroups()
+{
+    AnalysisGroupIdMap_t groups;
+    for (const QString &pair : QStringLiteral(VX_TEST_GROUPS).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        const QStringList parts = pair.split(QLatin1Char('='));
+        if (parts.size() == 2)
+            groups.insert(parts[0].toUInt(), parts[1].toUInt());
+    }
+    return groups;
+}
+#endif
+
+#ifdef VX_TEST_CAMERA
+class TestRunRoot final : public BDDLStructBase_Root
+{
+public:
+    const char *get_desc_string() const override { return "TestRunRoot"; }
+};
+
+// A camera whose whole job is to show what the session gave it.
+class TestRunCamera final : public VXCameraIF
+{
+public:
+    VX2_RetStatus initialiseCamera(MemoryBuffer *input, MemoryBuffer *output,
+                                   RepositoryComponents::DocumentAnalysis *analysis, MemoryBufferPool *pool,
+                                   BDDLStructBase_Root **root) override
+    {
+        m_root.reset(new TestRunRoot);
+        m_context = context();
+        m_context.m_inputBuffer = input;
+        m_context.m_outputBuffer = output;
+        m_context.m_analysis = analysis;
+        m_context.m_bufferPool = pool;
+        m_root->setContext(&m_context);
+        *root = m_root.get();
+        return 0;
+    }
+    VX2_RetStatus readInputBuffer() override { return 0; }
+    VX2_RetStatus runValidation() override { return 0; }
+    VX2_RetStatus writeOutputBuffer() override
+    {
+        m_context.m_outputBuffer->putRawBytes(m_context.m_inputBuffer->constData(),
+                                              m_context.m_inputBuffer->sizeOfMB());
+        return 0;
+    }
+    VX2_RetStatus runCamera() override
+    {
+        if (m_context.m_inputBuffer->sizeOfMB() == 0)
+            throw std::runtime_error(VX_TEST_NAME ": nothing to run on");
+        const ParameterBlock *block = m_context.m_parameterBlock;
+        const QString seen = QStringLiteral("type=%1 session=%2 block=%3")
+                                 .arg(m_root->getFiletype())
+                                 .arg(QLatin1String(m_context.m_cameraSession ? "yes" : "no"))
+                                 .arg(block ? block->cameraName() : QStringLiteral("none"));
+        vx_analyse_group(m_root.get(), 7, seen.toUtf8().constData(), m_context.m_inputBuffer->sizeOfMB());
+        writeOutputBuffer();
+        return 1;
+    }
+    VX2_RetStatus deinitialiseCamera() override
+    {
+        m_root.reset();
+        return 0;
+    }
+    ft_t getFileTypeFromProgID(const char *) override { return ft_unknown; }
+    ft_t getFileTypeFromClassID(const char *) override { return ft_unknown; }
+    ft_t getFileTypeFromFileExtension(const char *) override { return ft_unknown; }
+    ft_t getFileTypeFromFileInMemory(MemoryBuffer *, const char **) override { return ft_unknown; }
+    UCPDocument *getUCPDocumentInterface() override { return new BDDLDocument(m_root.get()); }
+
+private:
+    std::unique_ptr<TestRunRoot> m_root;
+    context m_context;
+};
+#endif
 
 } // namespace
 
@@ -63,7 +176,11 @@ class TestCameraPlugin : public QObject, public VXCameraPluginIF
     Q_INTERFACES(VXCameraPluginIF)
 
 public:
+#ifdef VX_TEST_CAMERA
+    VXCameraIF *getCamera() override { return new TestRunCamera; }
+#else
     VXCameraIF *getCamera() override { return nullptr; }
+#endif
 
     ft_t getRegisteredFileTypeEnum() override
     {
@@ -102,9 +219,13 @@ public:
         return m_groups.isEmpty() ? nullptr : &m_groups;
     }
 
-    uint32_t getErrMsgID(char *key) override { return kIdBase + keyLength(key); }
-    uint32_t getSanitisationMsgID(char *key) override { return kIdBase + 500 + keyLength(key); }
+    uint32_t getErrMsgID(char *key) override { return errorMessageId(key); }
+    uint32_t getSanitisationMsgID(char *key) override { return sanitisationMessageId(key); }
+#ifdef VX_TEST_GROUPS
+    uint32_t getAnalysisGroupID(unsigned int item) override { return listedGroups().value(item); }
+#else
     uint32_t getAnalysisGroupID(unsigned int item) override { return m_groups.value(item); }
+#endif
 
     // Item 0 of the table counts how often the lookups were built, so a test
     // can check the pool builds them exactly once.
