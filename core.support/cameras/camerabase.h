@@ -6,6 +6,7 @@
 #include "policy/ContentManagement.h"
 #include "ucp/ucpserialization.h"
 
+#include <QFile>
 #include <QMap>
 #include <QMutex>
 #include <QString>
@@ -164,7 +165,9 @@ private:
     MemoryBuffer *m_analysisBuffer = nullptr;
     MemoryBuffer *m_importBuffer = nullptr;
     MemoryBuffer *m_exportBuffer = nullptr;
+    [[maybe_unused]] void *m_reserved = nullptr; // a layout word nothing uses
     std::array<SessionRegEntry, regEntryCount> m_entries;
+    QFile m_file; // the session's file object; unopened, nothing uses it yet
     RepositoryComponents::DocumentAnalysis m_analysis;
     SerializationFormat m_serialFormat = sfSISL;
     bool m_prettyPrint = false;

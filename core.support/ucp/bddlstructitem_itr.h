@@ -63,6 +63,7 @@ private:
     const BDDItem *m_item;
     BDDItemObject m_itemObject;
     unsigned long m_index;
+    [[maybe_unused]] uint64_t m_reserved = 0; // a layout word nothing uses; zero
     // Slot of the structure array that the next appendChild fills.
     std::optional<std::size_t> m_insertionCursor;
 };

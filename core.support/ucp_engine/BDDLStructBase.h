@@ -420,7 +420,10 @@ private:
     BDDLStructBase *m_previous = nullptr;
     BDDLStructBase *m_next = nullptr;
     BDDLStructBase_Root *m_root = nullptr;
+    // Layout words no shared code gives a use; kept, and zero.
+    [[maybe_unused]] void *m_reserved = nullptr;
     std::vector<std::unique_ptr<BDDLStructItem_itr>> m_itemItrs;
+    [[maybe_unused]] uint64_t m_reserved64 = 0;
 };
 
 unsigned position(const BDDLStructBase *node);
@@ -465,6 +468,7 @@ public:
 private:
     ft_t m_fileType = ft_unknown;
     BDDLStructBase_Root *m_enclosingRoot = nullptr;
+    [[maybe_unused]] void *m_reserved = nullptr; // a layout word nothing uses
     context *m_context = nullptr;
     QString m_doctype;
     std::vector<BDDLDocument *> m_documents;
