@@ -53,11 +53,16 @@ std::vector<unsigned char> FileIO::readFile(QFile &file)
 
 void FileIO::writeToFile(QFile &file, const std::vector<unsigned char> &data)
 {
+    writeToFile(file, data.data(), data.size());
+}
+
+void FileIO::writeToFile(QFile &file, const unsigned char *data, size_t length)
+{
     openOrThrow(file, QIODevice::WriteOnly);
-    const qint64 size = static_cast<qint64>(data.size());
+    const qint64 size = static_cast<qint64>(length);
     qint64 done = 0;
     while (done < size) {
-        const qint64 n = file.write(reinterpret_cast<const char *>(data.data()) + done, size - done);
+        const qint64 n = file.write(reinterpret_cast<const char *>(data) + done, size - done);
         if (n < 0)
             closeAndThrow(file, "Failed to write file for the following reason: %1.");
         if (n == 0)

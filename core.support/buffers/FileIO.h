@@ -24,4 +24,5 @@ public:
 
     static std::vector<unsigned char> readFile(QFile &file);
     static void writeToFile(QFile &file, const std::vector<unsigned char> &data);
+    static void writeToFile(QFile &file, const unsigned char *data, size_t size);
 };

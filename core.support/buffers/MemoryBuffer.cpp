@@ -5,6 +5,34 @@
 #include <QFile>
 
 #include <cstdlib>
+#include <sys/mman.h>
+
+namespace {
+
+// Blocks from this size on are aligned to, and may be backed by, huge pages.
+constexpr std::size_t kHugePage = std::size_t(2) << 20;
+
+} // namespace
+
+void *MemoryBufferDetail::allocateBytes(std::size_t bytes)
+{
+    if (bytes < kHugePage)
+        return ::operator new(bytes);
+    void *block = nullptr;
+    if (posix_memalign(&block, kHugePage, bytes) != 0)
+        throw std::bad_alloc();
+    // Only advice: where huge pages are off this changes nothing.
+    madvise(block, bytes & ~(kHugePage - 1), MADV_HUGEPAGE);
+    return block;
+}
+
+void MemoryBufferDetail::deallocateBytes(void *p, std::size_t bytes) noexcept
+{
+    if (bytes < kHugePage)
+        ::operator delete(p);
+    else
+        std::free(p);
+}
 
 void SafeIntExceptionHandler::SafeIntOnOverflow()
 {
@@ -19,7 +47,11 @@ MemoryBuffer::MemoryBuffer(size_t n, unsigned char *data)
         m_buffer.assign(data, data + n);
 }
 
-MemoryBuffer::MemoryBuffer(QFile &file) : m_buffer(FileIO::readFile(file)) {}
+MemoryBuffer::MemoryBuffer(QFile &file)
+{
+    const std::vector<unsigned char> bytes = FileIO::readFile(file);
+    m_buffer.assign(bytes.begin(), bytes.end());
+}
 
 MemoryBuffer::MemoryBuffer(MemoryBuffer &&other) noexcept
     : m_name(std::move(other.m_name)),
@@ -39,7 +71,7 @@ MemoryBuffer &MemoryBuffer::operator=(MemoryBuffer &&other) noexcept
 {
     if (this == &other)
         return *this;
-    std::vector<unsigned char>().swap(m_buffer);
+    decltype(m_buffer)().swap(m_buffer);
     m_buffer.swap(other.m_buffer);
     m_offset = other.m_offset;
     m_allowBufferExpansion = other.m_allowBufferExpansion;
@@ -230,7 +262,7 @@ void MemoryBuffer::putMemoryBuffer(MemoryBuffer *src)
         // Appending a buffer to itself would read storage that the growth
         // may move; take a copy first.
         if (src == this) {
-            const std::vector<unsigned char> copy = m_buffer;
+            const std::vector<unsigned char> copy = getBuffer();
             putRawBytes(copy.data(), copy.size());
         }
         return;
@@ -252,7 +284,7 @@ void MemoryBuffer::copyToMemoryBuffer(MemoryBuffer *dst, size_t offset, MBSeek h
     std::vector<unsigned char> selfCopy;
     const unsigned char *source = m_buffer.data();
     if (dst == this) {
-        selfCopy = m_buffer;
+        selfCopy = getBuffer();
         source = selfCopy.data();
     }
     const size_t saved = dst->m_offset;
@@ -309,5 +341,5 @@ void MemoryBuffer::readFromFile(QFile &file, bool append)
 
 void MemoryBuffer::writeToFile(QFile &file)
 {
-    FileIO::writeToFile(file, m_buffer);
+    FileIO::writeToFile(file, m_buffer.data(), m_buffer.size());
 }

@@ -71,6 +71,39 @@ inline T byteSwap(T value)
     return value;
 }
 
+void *allocateBytes(std::size_t bytes);
+void deallocateBytes(void *p, std::size_t bytes) noexcept;
+
+// The byte array's allocator. Large blocks are aligned and offered to the
+// kernel for transparent huge pages: a buffer of tens of megabytes otherwise
+// costs one page fault per 4 KiB each time growth moves it, which dominates
+// the cost of filling it.
+template <typename T>
+struct LargeBlockAllocator
+{
+    using value_type = T;
+
+    LargeBlockAllocator() noexcept = default;
+    template <typename U>
+    LargeBlockAllocator(const LargeBlockAllocator<U> &) noexcept
+    {
+    }
+
+    T *allocate(std::size_t n) { return static_cast<T *>(allocateBytes(SafeInt::mul(n, sizeof(T)))); }
+    void deallocate(T *p, std::size_t n) noexcept { deallocateBytes(p, n * sizeof(T)); }
+
+    template <typename U>
+    bool operator==(const LargeBlockAllocator<U> &) const noexcept
+    {
+        return true;
+    }
+    template <typename U>
+    bool operator!=(const LargeBlockAllocator<U> &) const noexcept
+    {
+        return false;
+    }
+};
+
 } // namespace MemoryBufferDetail
 
 // The typed accessor families: one row per name, generated into look/get/put
@@ -149,7 +182,10 @@ public:
     MemoryBufferState saveBufferState() const noexcept;
     void restoreBufferState(MemoryBufferState state) noexcept;
 
-    std::vector<unsigned char> getBuffer() const { return m_buffer; }
+    std::vector<unsigned char> getBuffer() const
+    {
+        return std::vector<unsigned char>(m_buffer.begin(), m_buffer.end());
+    }
     // Read-only view of the bytes for code that must not copy them.
     const unsigned char *constData() const noexcept { return m_buffer.data(); }
 
@@ -374,7 +410,7 @@ private:
     // A cursor beyond the end overflows; otherwise the read does not fit.
     [[noreturn]] void throwReadAtCursor(size_t requested) const;
 
-    std::vector<unsigned char> m_buffer;
+    std::vector<unsigned char, MemoryBufferDetail::LargeBlockAllocator<unsigned char>> m_buffer;
     uint64_t m_offset = 0;
     bool m_allowBufferExpansion = true;
     MBByteOrder m_byteOrder = MBNativeOrder;
