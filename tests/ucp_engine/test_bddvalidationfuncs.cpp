@@ -2,12 +2,17 @@
 
 #include "logcapture.h"
 #include "qtprinters.h"
+#include "testcamera.h"
 #include "ucp_engine/BDDLStructBase.h"
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <functional>
+#include <memory>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -199,4 +204,139 @@ TEST(ValidateAllChildren, CallbackBeginAndEndExceptionsReachTheCaller)
     } throwing;
     Family family({0});
     EXPECT_THROW(validateAllChildren(nullptr, &family.parent, &throwing, 1), std::runtime_error);
+}
+
+TEST(ValidateAllChildren, BrokenListsEndTheWalkWith178)
+{
+    // A null entry in a children list.
+    Family withNull({0});
+    withNull.parent.AddChild(nullptr);
+    {
+        LogCapture log;
+        EXPECT_EQ(validateAllChildren(nullptr, &withNull.parent, nullptr, 1), 178u);
+        EXPECT_EQ(log.messages().size(), 1);
+    }
+    EXPECT_EQ(withNull.child(0).m_processStatus, 0x84u) << "children before the fault were validated";
+
+    // A list that leads back to an ancestor: the walk is bounded and fails once.
+    Family cycle({0});
+    int visits = 0;
+    cycle.child(0).m_onValidate = [&] { ++visits; };
+    cycle.child(0).AddChild(&cycle.parent);
+    LogCapture log;
+    EXPECT_EQ(validateAllChildren(nullptr, &cycle.parent, nullptr, 1), 178u);
+    EXPECT_EQ(log.messages().size(), 1);
+    EXPECT_LE(visits, int(validationWalkDepthLimit));
+}
+
+TEST(ValidateAllChildren, DeepTreesUpToTheLimitAreWalked)
+{
+    // A chain of nodes, each the only child of the one before.
+    const auto chain = [](unsigned length) {
+        std::vector<std::unique_ptr<Node>> nodes;
+        nodes.push_back(std::make_unique<Node>());
+        for (unsigned i = 1; i < length; ++i) {
+            nodes.push_back(std::make_unique<Node>());
+            nodes[i - 1]->AddChild(nodes[i].get());
+        }
+        return nodes;
+    };
+    const auto fits = chain(validationWalkDepthLimit + 1);
+    EXPECT_EQ(validateAllChildren(nullptr, fits.front().get(), nullptr, 1), 0u);
+    EXPECT_EQ(fits.back()->m_processStatus, 0x84u);
+
+    const auto tooDeep = chain(validationWalkDepthLimit + 2);
+    LogCapture log;
+    EXPECT_EQ(validateAllChildren(nullptr, tooDeep.front().get(), nullptr, 1), 178u);
+    EXPECT_EQ(tooDeep.back()->m_processStatus, 0u);
+}
+
+namespace {
+
+int keepBlanks(int c)
+{
+    return c == ' ';
+}
+
+int failOnC(int c)
+{
+    if (c == 'c')
+        throw std::runtime_error("predicate");
+    return 0;
+}
+
+} // namespace
+
+TEST(Clearance, OverwritesWhatDiffersAndIsNotKept)
+{
+    const struct
+    {
+        const char *before;
+        ContentKeepPredicate keep;
+        const char *after;
+        bool cleared;
+    } cases[] = {
+        {"ab c", keepBlanks, "    ", true},
+        {"   ", keepBlanks, "   ", false},
+        {"   ", nullptr, "   ", false},
+        {"a", nullptr, " ", true},
+        {"", nullptr, "", false},
+        {"abcd", failOnC, "  cd", true}, // the predicate throws at c: the work so far counts
+        {"cab", failOnC, "cab", false},
+    };
+    for (const auto &c : cases) {
+        std::string bytes = c.before;
+        LogCapture log;
+        EXPECT_EQ(CLEARANCE<unsigned char>(reinterpret_cast<unsigned char *>(bytes.data()), bytes.size(), ' ', c.keep),
+                  c.cleared)
+            << '"' << c.before << '"';
+        EXPECT_EQ(bytes, c.after) << '"' << c.before << '"';
+        const QStringList expectedLog =
+            c.keep == failOnC ? QStringList{QStringLiteral("Something went wrong in CLEARANCE function")} : QStringList();
+        EXPECT_EQ(log.messages(), expectedLog) << '"' << c.before << '"';
+    }
+
+    unsigned short words[] = {0x263a, 0, 0x20};
+    EXPECT_TRUE(CLEARANCE<unsigned short>(words, 3, 0, keepBlanks));
+    EXPECT_EQ(words[0], 0u);
+    EXPECT_EQ(words[2], 0x20u) << "kept";
+    EXPECT_FALSE(CLEARANCE<unsigned short>(nullptr, 3, 0, nullptr));
+}
+
+TEST(StringSearcher, FindsContiguousRuns)
+{
+    const struct
+    {
+        const char *bytes;
+        const char *text;
+        bool found;
+    } cases[] = {
+        {"hello world", "o w", true}, {"hello world", "hello world", true}, {"hello", "hello!", false},
+        {"hello", "hlo", false},      {"hello", "", true},                  {"", "", false},
+        {"", "a", false},             {"aab", "ab", true},                  {"hello", nullptr, true},
+    };
+    for (const auto &c : cases) {
+        std::vector<char> bytes(c.bytes, c.bytes + std::strlen(c.bytes));
+        EXPECT_EQ(stringSearcher(&bytes, const_cast<char *>(c.text)), c.found)
+            << '"' << c.bytes << "\" / \"" << (c.text ? c.text : "(null)") << '"';
+    }
+    EXPECT_FALSE(stringSearcher(nullptr, const_cast<char *>("a")));
+}
+
+TEST(GetAnalysisFromStructBase, OnlyARootWithARepositoryHasOne)
+{
+    testcamera::TestRun run;
+    EXPECT_EQ(getAnalysisFromStructBase(run.root.get()), &run.analysis);
+    EXPECT_EQ(getAnalysisFromStructBase(nullptr), nullptr);
+
+    // A node inside the tree is not searched upwards.
+    std::unique_ptr<testcamera::TestLeaf> leaf(run.make<testcamera::TestLeaf>());
+    EXPECT_EQ(testcamera::thrownText([&] { getAnalysisFromStructBase(leaf.get()); }), "getAnalysisFromStructBase failed");
+
+    run.ctx.m_analysis = nullptr;
+    EXPECT_EQ(testcamera::thrownText([&] { getAnalysisFromStructBase(run.root.get()); }),
+              "getAnalysisFromStructBase failed");
+    testcamera::TestRoot withoutContext;
+    EXPECT_EQ(testcamera::thrownText([&] { getAnalysisFromStructBase(&withoutContext); }),
+              "getAnalysisFromStructBase failed");
 }
