@@ -612,6 +612,7 @@ cameraStatus_t imageCameraGateway(std::vector<unsigned char> *image, ft_t imageT
             EMBEDDED_IMAGE_REPORT_ONLY(node, item, name);
             return cameraStatus_Success;
         case cmsSanitise:
+            // Only sanitising needs the run's buffers and the image camera.
             return sanitiseImage(*image, imageType, ctx);
         case cmsUnknown:
             break;

@@ -5,6 +5,7 @@
 #include "ucp_engine/analysis.functions.h"
 #include "ucp_engine/analysis.ids.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
