@@ -287,12 +287,13 @@ TEST(Clearance, OverwritesWhatDiffersAndIsNotKept)
     for (const auto &c : cases) {
         std::string bytes = c.before;
         LogCapture log;
-        EXPECT_EQ(CLEARANCE<unsigned char>(reinterpret_cast<unsigned char *>(bytes.data()), bytes.size(), ' ', c.keep),
-                  c.cleared)
+        unsigned char *const data = reinterpret_cast<unsigned char *>(bytes.data());
+        EXPECT_EQ(CLEARANCE<unsigned char>(data, bytes.size(), ' ', c.keep), c.cleared)
             << '"' << c.before << '"';
         EXPECT_EQ(bytes, c.after) << '"' << c.before << '"';
-        const QStringList expectedLog =
-            c.keep == failOnC ? QStringList{QStringLiteral("Something went wrong in CLEARANCE function")} : QStringList();
+        const QStringList expectedLog = c.keep == failOnC
+                                            ? QStringList{QStringLiteral("Something went wrong in CLEARANCE function")}
+                                            : QStringList();
         EXPECT_EQ(log.messages(), expectedLog) << '"' << c.before << '"';
     }
 
@@ -331,7 +332,8 @@ TEST(GetAnalysisFromStructBase, OnlyARootWithARepositoryHasOne)
 
     // A node inside the tree is not searched upwards.
     std::unique_ptr<testcamera::TestLeaf> leaf(run.make<testcamera::TestLeaf>());
-    EXPECT_EQ(testcamera::thrownText([&] { getAnalysisFromStructBase(leaf.get()); }), "getAnalysisFromStructBase failed");
+    EXPECT_EQ(testcamera::thrownText([&] { getAnalysisFromStructBase(leaf.get()); }),
+              "getAnalysisFromStructBase failed");
 
     run.ctx.m_analysis = nullptr;
     EXPECT_EQ(testcamera::thrownText([&] { getAnalysisFromStructBase(run.root.get()); }),

@@ -16,6 +16,7 @@
 #include <cctype>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 using namespace policyrun;
 using testcamera::thrownText;
@@ -213,7 +214,8 @@ TEST_F(ContentActions, AnUnknownSettingIsAProgrammingError)
     EXPECT_EQ(thrownText([&] { REJECTED(root(), kItem, nullptr, nullptr, rejectedMacro, kName); }),
               "std: REJECTED(): Unknown eVxCmSwitchSetting");
     ASSERT_EQ(log.messages().size(), 2);
-    EXPECT_TRUE(log.messages()[1].startsWith(QStringLiteral("\"REJECTED(): Unknown eVxCmSwitchSetting in Macros present in ")))
+    EXPECT_TRUE(
+        log.messages()[1].startsWith(QStringLiteral("\"REJECTED(): Unknown eVxCmSwitchSetting in Macros present in ")))
         << log.messages()[1].toStdString();
 }
 
@@ -357,8 +359,9 @@ TEST_F(ContentActions, TextsAreCutToTheirLimits)
     META_REPORT_ONLY(root(), kItem, longName.c_str());
     REJECTED(root(), kItem, nullptr, nullptr, rejectedMacro, longName.c_str());
     ASSERT_EQ(records().size(), 2);
-    EXPECT_TRUE(records()[0].endsWith(QStringLiteral("|0|%1").arg(sanitisationId(275, 99)))) << records()[0].toStdString();
-    EXPECT_TRUE(records()[1].endsWith(QStringLiteral("|0|%1").arg(sanitisationId(278, 99)))) << records()[1].toStdString();
+    for (const auto &[line, statsId] : {std::pair{0, 275}, std::pair{1, 278}})
+        EXPECT_TRUE(records()[line].endsWith(QStringLiteral("|0|%1").arg(sanitisationId(statsId, 99))))
+            << records()[line].toStdString();
     EXPECT_EQ(returnSanitisationID(root(), "key %s", longName.c_str(), eAnalysisStats_Metadata),
               sanitisationId(278, 99));
     EXPECT_EQ(returnSanitisationID(root(), "key %s", "x", eAnalysisStats_Metadata), sanitisationId(278, 5));
@@ -373,21 +376,25 @@ TEST_F(ContentActions, MessagesMustStayBelow1024Characters)
 
     ReportContentItem(root(), 7, prefix.c_str(), fits.c_str());
     EXPECT_EQ(ReportSanitiseItem(root(), kItem, 7, prefix.c_str(), fits.c_str(), 9), 0u);
+    const QString message = QString::fromStdString(prefix + fits);
     EXPECT_EQ(records(), (QStringList{
-                             QStringLiteral("content %1 %2|7").arg(kStatsGroup).arg(QString::fromStdString(prefix + fits)),
-                             QStringLiteral("sanitise %1 %2|7|9").arg(kItemGroup).arg(QString::fromStdString(prefix + fits)),
+                             QStringLiteral("content %1 %2|7").arg(kStatsGroup).arg(message),
+                             QStringLiteral("sanitise %1 %2|7|9").arg(kItemGroup).arg(message),
                          }));
 
     // Too long: a log line with the text cut to 1023 characters, then the fault.
     const std::string huge(3000, 'h');
-    const auto reportContent = +[](BDDLStructBase *node, const char *p, const char *n) { ReportContentItem(node, 0, p, n); };
+    const auto reportContent = +[](BDDLStructBase *node, const char *p, const char *n) {
+        ReportContentItem(node, 0, p, n);
+    };
     const auto reportSanitise = +[](BDDLStructBase *node, const char *p, const char *n) {
         ReportSanitiseItem(node, kItem, 0, p, n, 0);
     };
     for (const auto &report : {reportContent, reportSanitise}) {
         for (const std::string &name : {tooLong, huge}) {
             LogCapture log;
-            EXPECT_EQ(thrownText([&] { report(root(), prefix.c_str(), name.c_str()); }), "std: " + failure.toStdString());
+            EXPECT_EQ(thrownText([&] { report(root(), prefix.c_str(), name.c_str()); }),
+                      "std: " + failure.toStdString());
             EXPECT_EQ(log.messages(), QStringList{failure + QLatin1Char(' ')
                                                   + QString::fromStdString((prefix + name).substr(0, 1023))});
         }

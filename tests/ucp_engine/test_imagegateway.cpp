@@ -92,8 +92,8 @@ TEST_F(ImageGateway, AnUnknownSettingIsReportedAsIssue464)
     std::vector<unsigned char> bytes = image();
     EXPECT_EQ(gateway(bytes, ft_png), 162u);
     EXPECT_EQ(bytes, image());
-    EXPECT_EQ(records(), QStringList{QStringLiteral(
-                             "issue 464 Unable to determine content management setting for embedded_images switch|0|96")});
+    EXPECT_EQ(records(), QStringList{QStringLiteral("issue 464 Unable to determine content management setting "
+                                                    "for embedded_images switch|0|96")});
 }
 
 TEST_F(ImageGateway, SanitisedImagesTakeTheCamerasOutputWhenItFits)
