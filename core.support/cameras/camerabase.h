@@ -16,6 +16,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <utility>
 
 class Camera_Pool;
 class MemoryBuffer;
@@ -119,6 +121,12 @@ public:
     void setPrettyPrint(bool pretty) { m_prettyPrint = pretty; }
     bool getExternalReportActive() const { return m_externalReportActive; }
     void setExternalReportActive(bool active) { m_externalReportActive = active; }
+    // What an embedded image of a document exported by this session is
+    // replaced with once its image camera has run: the reference under which
+    // the image's own stream was stored beside the document. Empty until the
+    // exporter (or the host) sets it.
+    const std::string &exportText() const { return m_exportText; }
+    void setExportText(std::string text) { m_exportText = std::move(text); }
 
     // --- mode, from the registered entries ------------------------------------------
     bool isExportMode() const;
@@ -175,4 +183,5 @@ private:
     unsigned long m_handle = 0;
     Camera_Pool *m_cameraPool = nullptr;
     bool m_externalReportActive = false;
+    std::string m_exportText;
 };

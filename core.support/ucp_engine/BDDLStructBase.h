@@ -341,6 +341,8 @@ public:
     void AddChild(BDDLStructBase *child);
     BDDLStructBase *getChild(unsigned index) const;
     unsigned countChildren() const;
+    // Whether the children list exists (it is made by the first AddChild).
+    bool hasChildrenList() const { return m_children != nullptr; }
     // Unhooks the last child and hands it back (not deleted); null when none.
     BDDLStructBase *RemoveLastChild();
 

@@ -18,6 +18,11 @@
 //                       type> session=<yes|no> block=<block's camera name>" with the
 //                       input's size in group 7, and answers 1; an empty input
 //                       makes runCamera() throw
+//   VX_TEST_IMAGE_CAMERA   getCamera() gives an image camera: initialising it records
+//                       the content item "image=<input bytes> stream=<input's
+//                       stream name>" in group 7; its runCamera() writes the text
+//                       VX_TEST_IMAGE_OUTPUT to the output and answers
+//                       VX_TEST_IMAGE_STATUS
 
 #include "buffers/MemoryBuffer.h"
 #include "cameras/camera_interfaces.h"
@@ -31,7 +36,7 @@
 #include <memory>
 #include <stdexcept>
 
-#ifdef VX_TEST_CAMERA
+#if defined(VX_TEST_CAMERA) || defined(VX_TEST_IMAGE_CAMERA)
 #include "cameras/parameterblock.h"
 #include "ucp/bddldocument.h"
 #include "ucp_engine/BDDLStructBase.h"
@@ -104,15 +109,15 @@ AnalysisGroupIdMap_t listedGroups()
 }
 #endif
 
-#ifdef VX_TEST_CAMERA
+#if defined(VX_TEST_CAMERA) || defined(VX_TEST_IMAGE_CAMERA)
 class TestRunRoot final : public BDDLStructBase_Root
 {
 public:
     const char *get_desc_string() const override { return "TestRunRoot"; }
 };
 
-// A camera whose whole job is to show what the session gave it.
-class TestRunCamera final : public VXCameraIF
+// What the test cameras share: a root over the run's buffers and repository.
+class TestCameraBase : public VXCameraIF
 {
 public:
     VX2_RetStatus initialiseCamera(MemoryBuffer *input, MemoryBuffer *output,
@@ -137,6 +142,28 @@ public:
                                               m_context.m_inputBuffer->sizeOfMB());
         return 0;
     }
+    VX2_RetStatus deinitialiseCamera() override
+    {
+        m_root.reset();
+        return 0;
+    }
+    ft_t getFileTypeFromProgID(const char *) override { return ft_unknown; }
+    ft_t getFileTypeFromClassID(const char *) override { return ft_unknown; }
+    ft_t getFileTypeFromFileExtension(const char *) override { return ft_unknown; }
+    ft_t getFileTypeFromFileInMemory(MemoryBuffer *, const char **) override { return ft_unknown; }
+    UCPDocument *getUCPDocumentInterface() override { return new BDDLDocument(m_root.get()); }
+
+protected:
+    std::unique_ptr<TestRunRoot> m_root;
+    context m_context;
+};
+#endif
+
+#ifdef VX_TEST_CAMERA
+// A camera whose whole job is to show what the session gave it.
+class TestRunCamera final : public TestCameraBase
+{
+public:
     VX2_RetStatus runCamera() override
     {
         if (m_context.m_inputBuffer->sizeOfMB() == 0)
@@ -150,20 +177,37 @@ public:
         writeOutputBuffer();
         return 1;
     }
-    VX2_RetStatus deinitialiseCamera() override
+};
+#endif
+
+#ifdef VX_TEST_IMAGE_CAMERA
+// An image camera with a fixed outcome.
+class ImageCamera final : public TestCameraBase
+{
+public:
+    VX2_RetStatus initialiseCamera(MemoryBuffer *input, MemoryBuffer *output,
+                                   RepositoryComponents::DocumentAnalysis *analysis, MemoryBufferPool *pool,
+                                   BDDLStructBase_Root **root) override
     {
-        m_root.reset();
+        TestCameraBase::initialiseCamera(input, output, analysis, pool, root);
+        const QString seen = QStringLiteral("image=%1 stream=%2")
+                                 .arg(QString::fromLatin1(reinterpret_cast<const char *>(input->constData()),
+                                                          static_cast<int>(input->sizeOfMB())),
+                                      QString::fromStdString(input->m_streamName));
+        vx_analyse_group(m_root.get(), 7, seen.toUtf8().constData(), input->sizeOfMB());
         return 0;
     }
-    ft_t getFileTypeFromProgID(const char *) override { return ft_unknown; }
-    ft_t getFileTypeFromClassID(const char *) override { return ft_unknown; }
-    ft_t getFileTypeFromFileExtension(const char *) override { return ft_unknown; }
-    ft_t getFileTypeFromFileInMemory(MemoryBuffer *, const char **) override { return ft_unknown; }
-    UCPDocument *getUCPDocumentInterface() override { return new BDDLDocument(m_root.get()); }
-
-private:
-    std::unique_ptr<TestRunRoot> m_root;
-    context m_context;
+    VX2_RetStatus writeOutputBuffer() override
+    {
+        static const char kOutput[] = VX_TEST_IMAGE_OUTPUT;
+        m_context.m_outputBuffer->putRawBytes(kOutput, sizeof kOutput - 1);
+        return 0;
+    }
+    VX2_RetStatus runCamera() override
+    {
+        writeOutputBuffer();
+        return VX_TEST_IMAGE_STATUS;
+    }
 };
 #endif
 
@@ -176,8 +220,10 @@ class TestCameraPlugin : public QObject, public VXCameraPluginIF
     Q_INTERFACES(VXCameraPluginIF)
 
 public:
-#ifdef VX_TEST_CAMERA
+#if defined(VX_TEST_CAMERA)
     VXCameraIF *getCamera() override { return new TestRunCamera; }
+#elif defined(VX_TEST_IMAGE_CAMERA)
+    VXCameraIF *getCamera() override { return new ImageCamera; }
 #else
     VXCameraIF *getCamera() override { return nullptr; }
 #endif
