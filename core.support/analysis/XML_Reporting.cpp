@@ -203,7 +203,7 @@ uint32_t XmlWriter::writeXML_Analysis(DocumentAnalysis &analysis, DocumentStatis
     return static_cast<uint32_t>(length);
 }
 
-// The text of a report as it is saved piece by piece: fixed-size blocks, so
+// The text of a report as it is saved piece by piece: a list of blocks, so
 // that a growing report is never copied; at most what one Mini-XML save can
 // hold, so the report has one limit whatever its shape.
 class ReportText
@@ -215,12 +215,13 @@ public:
             return false;
         m_size += text.size();
         while (!text.empty()) {
-            if (m_blocks.empty() || m_blocks.back().size() == kBlockSize) {
+            if (m_blocks.empty() || m_blocks.back().size() == m_blocks.back().capacity()) {
+                // Blocks grow with the text, so a small report stays small.
                 m_blocks.emplace_back();
-                m_blocks.back().reserve(kBlockSize);
+                m_blocks.back().reserve(std::clamp(m_size, kMinBlockSize, kMaxBlockSize));
             }
             std::string &block = m_blocks.back();
-            const size_t n = std::min(text.size(), kBlockSize - block.size());
+            const size_t n = std::min(text.size(), block.capacity() - block.size());
             block.append(text.data(), n);
             text.remove_prefix(n);
         }
@@ -236,7 +237,8 @@ public:
     }
 
 private:
-    static constexpr size_t kBlockSize = 1 << 20;
+    static constexpr size_t kMinBlockSize = 4 << 10;
+    static constexpr size_t kMaxBlockSize = 1 << 20;
     static constexpr size_t kLimit = std::numeric_limits<int>::max();
     std::vector<std::string> m_blocks;
     size_t m_size = 0;

@@ -14,7 +14,8 @@
 
 class QFile;
 
-// How a position argument is read. Any other value counts as MBSeekStart.
+// How a position argument is read. Any other value counts as MBSeekStart;
+// the fixed underlying type makes such values valid to hold.
 enum MBSeek : int {
     MBSeekStart = 0,
     MBSeekForward = 1,

@@ -1,7 +1,14 @@
 #include "cameras/filetype.h"
 
+#include "buffers/MemoryBuffer.h"
+#include "containers/ZipUtils.h"
+#include "containers/pole.h"
+
+#include <QRegularExpression>
+
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace {
 
@@ -214,13 +221,53 @@ const FileTypeIdentifier_t *FileType::findExtension(const std::string &extension
                     [&](const FileTypeIdentifier_t &r) { return r.extension == extension; });
 }
 
-// ---------------------------------------------------------------------------
-// Compound-file sub-type: from the class identifier of the root entry.
+// --- Office Open XML sub-type --------------------------------------------------
 
-#include "buffers/MemoryBuffer.h"
-#include "containers/pole.h"
+namespace {
 
-#include <QRegularExpression>
+const char kOpcStructureMatch[] = "structure match";
+
+// Whether some file member lies in the top-level folder (or is named so):
+// the same as the folder being a key of the archive's entries map, without
+// building the map.
+bool hasTopLevelFolder(const QList<QString> &fileNames, const QString &folder)
+{
+    return std::any_of(fileNames.cbegin(), fileNames.cend(), [&folder](const QString &name) {
+        return name.startsWith(folder)
+               && (name.size() == folder.size() || name.at(folder.size()) == QLatin1Char('/'));
+    });
+}
+
+} // namespace
+
+ft_t FileType::determineOpcSubType(MemoryBuffer *buffer, const char **reason)
+{
+    if (!buffer)
+        return ft_unknown;
+    ScopeGuard rewind([buffer] { buffer->seek(0, MBSeekStart); });
+
+    // Read in place: the archive lives only as long as this call.
+    ZipUtils::Unzip package;
+    if (!package.openInPlace(buffer))
+        return ft_unknown;
+
+    static const std::pair<const char *, ft_t> kPackageFolders[] = {
+        {"word", ft_docx}, {"xl", ft_xlsx}, {"ppt", ft_pptx}};
+    const QList<QString> fileNames = package.getFilenames();
+    ft_t subType = ft_unknown;
+    for (const auto &[folder, type] : kPackageFolders) {
+        if (hasTopLevelFolder(fileNames, QLatin1String(folder))) {
+            subType = type;
+            break;
+        }
+    }
+    if (subType != ft_unknown && reason)
+        *reason = kOpcStructureMatch;
+    package.close();
+    return subType;
+}
+
+// --- compound-file sub-type: from the class identifier of the root entry ------------
 
 namespace {
 

@@ -5,6 +5,7 @@
 // compound files laid out by hand (for 4096-byte sectors and for damaging
 // files on purpose), and walks over our own reader.
 
+#include "fixtures/fixtures.h"
 #include "buffers/MemoryBuffer.h"
 #include "containers/pole.h"
 
@@ -28,7 +29,7 @@ namespace cfbtest {
 
 inline QString fixture(const QString &name)
 {
-    return QStringLiteral(VX_FIXTURES_DIR "/cfb/") + name;
+    return fixturePath(QStringLiteral("cfb/") + name);
 }
 
 inline QByteArray readFile(const QString &path)

@@ -2,12 +2,15 @@
 // the framework tells apart, all made here from known bytes.
 
 #include "buffers/MemoryBuffer.h"
+#include "containers/ZipUtils.h"
+#include "containers/pole.h"
 
 #include <QDir>
 #include <QFile>
 
 #include <cstdio>
 #include <functional>
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -69,6 +72,38 @@ void tarSample(MemoryBuffer &b)
 
 void textSample(MemoryBuffer &b) { putText(b, "Plain text: no archive, no document.\n"); }
 
+// A zip archive of the given members (name, content).
+void zipSample(MemoryBuffer &b, std::initializer_list<std::pair<const char *, const char *>> members)
+{
+    ZipUtils::Zip zip;
+    if (!zip.open(4096))
+        throw std::runtime_error("cannot create a zip archive");
+    for (const auto &[name, content] : members)
+        zip.addEntry(QString::fromLatin1(name), QByteArray(content));
+    if (!zip.copyZipFileToBuffer(&b))
+        throw std::runtime_error("cannot finish a zip archive");
+}
+
+// The parts every Office Open XML package carries, plus the main part.
+void packageSample(MemoryBuffer &b, const char *mainPart)
+{
+    zipSample(b, {{"[Content_Types].xml", "<Types/>"}, {"_rels/.rels", "<Relationships/>"}, {mainPart, "<root/>"}});
+}
+
+// A compound file holding the main stream of a Word 97-2003 document.
+void compoundSample(MemoryBuffer &b)
+{
+    POLE::Storage storage(&b);
+    if (!storage.open(true, true))
+        throw std::runtime_error("cannot create a compound file");
+    MemoryBuffer stream;
+    putText(stream, "not really a Word document body");
+    storage.addEntry(QStringLiteral("/WordDocument"), &stream);
+    storage.addEntry(QStringLiteral("/1Table"), &stream);
+    storage.flush();
+    storage.close();
+}
+
 const struct
 {
     const char *name;
@@ -81,6 +116,11 @@ const struct
     {"signature-only.7z", [](MemoryBuffer &b) { putBytes(b, {'7', 'z', 0xbc, 0xaf, 0x27, 0x1c, 0, 4}); }},
     {"signature-only.rar", [](MemoryBuffer &b) { putBytes(b, {'R', 'a', 'r', '!', 0x1a, 0x07, 0x01, 0}); }},
     {"report.pdf", [](MemoryBuffer &b) { putText(b, "%PDF-1.4\n%%EOF\n"); }},
+    {"two-files.zip", [](MemoryBuffer &b) { zipSample(b, {{"a.txt", "first"}, {"docs/b.txt", "second"}}); }},
+    {"letter.docx", [](MemoryBuffer &b) { packageSample(b, "word/document.xml"); }},
+    {"budget.xlsx", [](MemoryBuffer &b) { packageSample(b, "xl/workbook.xml"); }},
+    {"slides.pptx", [](MemoryBuffer &b) { packageSample(b, "ppt/presentation.xml"); }},
+    {"memo.doc", compoundSample},
 };
 
 } // namespace
