@@ -116,6 +116,12 @@ ft_t Camera_Pool::getFileTypeFromCameraName(QString name) const
     return entry ? entry->fileType : ft_unknown;
 }
 
+VXCameraPluginIF *Camera_Pool::getPluginFromCameraName(QString name) const
+{
+    const QSharedPointer<Camera_Pool_Entry> entry = m_cameraPool.value(name);
+    return entry ? pluginOf(*entry) : nullptr;
+}
+
 const Camera_Pool_Entry *Camera_Pool::findEntry(ft_t type) const
 {
     const auto found = std::find_if(m_cameraPool.cbegin(), m_cameraPool.cend(),

@@ -43,6 +43,9 @@ public:
 
     QStringList getListOfCameraNames() const;
     ft_t getFileTypeFromCameraName(QString name) const;
+    // The plug-in object loaded from that file; null if none. Lets a host
+    // tell which plug-in gave an answer during a routing walk.
+    VXCameraPluginIF *getPluginFromCameraName(QString name) const;
     // The first plug-in (by file name) registered for the type; "unknown" / null if none.
     QString getCameraNameFromFileType(ft_t type) const;
     VXCameraPluginIF *getPluginFromFileType(ft_t type) const;

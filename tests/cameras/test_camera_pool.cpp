@@ -228,6 +228,9 @@ TEST(CameraPoolScan, LoadsEveryCameraPluginAndLogsItsMetadata)
     EXPECT_EQ(pool.getCameraNameFromFileType(ft_doc), QStringLiteral("decline.so"));
     EXPECT_EQ(pool.getPluginFromFileType(ft_xls), dir.plugin(QStringLiteral("xls.so")));
     EXPECT_NE(pool.getPluginFromFileType(ft_xls), nullptr);
+    EXPECT_EQ(pool.getPluginFromCameraName(QStringLiteral("decline.so")), dir.plugin(QStringLiteral("decline.so")));
+    EXPECT_NE(pool.getPluginFromCameraName(QStringLiteral("decline.so")), pool.getPluginFromFileType(ft_xls));
+    EXPECT_EQ(pool.getPluginFromCameraName(QStringLiteral("missing.so")), nullptr);
 
     const AnalysisGroupIdMap_t *groups = pool.getAnalysisGroupIdMap(ft_xls);
     ASSERT_NE(groups, nullptr) << "the plug-in's table, built by initialiseIDLookups";
