@@ -60,11 +60,24 @@ namespace {
 
 const char *const kSourcePath = "core.support/ucp_engine/analysis.functions";
 
-// The repository the node records into; there is none to record into for a
-// null node either.
+// The root a report from `node` goes to: the node itself when it is a root,
+// else the root of its tree. Cameras report from whichever node found the
+// content; the records belong to the tree's run either way. Null for a null
+// node or a node not yet in a tree.
+BDDLStructBase_Root *reportingRoot(BDDLStructBase *node)
+{
+    if (node == nullptr)
+        return nullptr;
+    if (auto *root = dynamic_cast<BDDLStructBase_Root *>(node))
+        return root;
+    return node->root();
+}
+
+// The repository the node's tree records into; there is none to record into
+// for a null node either.
 RepositoryComponents::DocumentAnalysis &analysisOf(BDDLStructBase *node)
 {
-    RepositoryComponents::DocumentAnalysis *const analysis = getAnalysisFromStructBase(node);
+    RepositoryComponents::DocumentAnalysis *const analysis = getAnalysisFromStructBase(reportingRoot(node));
     if (analysis == nullptr)
         throw "getAnalysisFromStructBase failed";
     return *analysis;
@@ -130,8 +143,7 @@ void vx_issue(BDDLStructBase *node, int group, const char *format, ...)
     va_start(arguments, format);
     // The recording may throw; the argument list is ended either way.
     const auto end = qScopeGuard([&arguments] { va_end(arguments); });
-    VX_ERROR_function(dynamic_cast<BDDLStructBase_Root *>(node), group, vxDefaultIssueId, kSourcePath, 53, format,
-                      arguments);
+    VX_ERROR_function(reportingRoot(node), group, vxDefaultIssueId, kSourcePath, 53, format, arguments);
 }
 
 void vx_issue_id(BDDLStructBase *node, int group, unsigned int id, const char *format, ...)
@@ -142,5 +154,5 @@ void vx_issue_id(BDDLStructBase *node, int group, unsigned int id, const char *f
     va_list arguments;
     va_start(arguments, format);
     const auto end = qScopeGuard([&arguments] { va_end(arguments); });
-    VX_ERROR_function(dynamic_cast<BDDLStructBase_Root *>(node), group, id, kSourcePath, 76, format, arguments);
+    VX_ERROR_function(reportingRoot(node), group, id, kSourcePath, 76, format, arguments);
 }

@@ -131,15 +131,22 @@ TEST(VxIssue, IssueIdsAndNegativeGroups)
     EXPECT_THROW(vx_issue_id(nullptr, 0, 1, "x"), std::bad_alloc);
 }
 
-TEST(VxIssue, ANodeThatIsNotARootHasNoRepositoryToRecordInto)
+TEST(VxIssue, ANodeInsideATreeRecordsIntoItsTreesRepository)
 {
     TestRun run;
     testcamera::TestLeaf *leaf = run.make<testcamera::TestLeaf>();
     const std::unique_ptr<testcamera::TestLeaf> owner(leaf);
+    leaf->setRoot(run.root.get());
     LogCapture log;
     vx_issue(leaf, 0, "logged");
-    EXPECT_EQ(thrownText([&] { vx_issue(leaf, 7, "recorded"); }), "getAnalysisFromStructBase failed");
-    EXPECT_EQ(log.messages().size(), 2) << "both are logged before anything is recorded";
+    vx_issue(leaf, 7, "recorded");
+    EXPECT_EQ(log.messages().size(), 2);
+    const RepositoryComponents::ContentGroup *group = groupOf(run, 7);
+    ASSERT_NE(group, nullptr);
+    EXPECT_EQ(group->issueItems().count("recorded"), 1u);
+
+    testcamera::TestLeaf stray; // in no tree: nowhere to record
+    EXPECT_EQ(thrownText([&] { vx_issue(&stray, 7, "recorded"); }), "getAnalysisFromStructBase failed");
     EXPECT_EQ(thrownText([&] { vx_issue(nullptr, 7, "recorded"); }), "getAnalysisFromStructBase failed");
 }
 
@@ -176,7 +183,8 @@ TEST(VxAnalyse, NeedsARootWithARepository)
     leaf.setRoot(run.root.get());
     EXPECT_EQ(thrownText([&] { getAnalysisFromStructBase(&leaf); }), "getAnalysisFromStructBase failed")
         << "the tree is not walked upwards";
-    EXPECT_EQ(thrownText([&] { vx_analyse_group(&leaf, 1, "x", 1); }), "getAnalysisFromStructBase failed");
+    EXPECT_EQ(vx_analyse_group(&leaf, 1, "x", 1), 0u) << "the reporting functions record for the node's tree";
+    ASSERT_NE(groupOf(run, 1), nullptr);
     run.ctx.m_analysis = nullptr;
     EXPECT_EQ(thrownText([&] { vx_analyse_group_sanitize(run.root.get(), 1, "x", 1, 1); }),
               "getAnalysisFromStructBase failed");

@@ -158,6 +158,28 @@ TEST_F(ContentActions, EveryHandlerUnderEverySetting)
     }
 }
 
+TEST_F(ContentActions, ANodeInsideTheTreeActsAndReportsForItsTree)
+{
+    // Cameras call the handlers from the node that holds the content.
+    testcamera::TestLeaf leaf;
+    leaf.setRoot(root());
+    leaf.setParent(root());
+    for (const char *setting : {"sanitise", "disallow", "allow"}) {
+        setEverySwitch(setting);
+        newRun();
+        leaf.setRoot(root());
+        leaf.m_cameraStatus = 0;
+        Content content;
+        MACRO(&leaf, kItem, content.bytes, 4, ' ', kName);
+        EXPECT_EQ(records().size(), 1) << setting;
+        EXPECT_EQ(leaf.m_cameraStatus, std::string(setting) == "sanitise"   ? 64u
+                                       : std::string(setting) == "disallow" ? 153u
+                                                                            : 0u)
+            << setting;
+        EXPECT_EQ(root()->m_cameraStatus, 0u) << "the status belongs to the node that acted";
+    }
+}
+
 TEST_F(ContentActions, ContentAlreadyClearedIsNotRecorded)
 {
     for (const char *setting : {"sanitise", "disallow"}) {
