@@ -1,8 +1,7 @@
 #pragma once
 
 // The built file-identifier module, reached the way hosts reach it: through
-// Qt's plug-in loader or a camera pool over a directory holding a copy. The
-// camera's classes are not linked into the tests.
+// Qt's plug-in loader or a camera pool over a directory holding a copy.
 
 #include "analysis/RepositoryComponents.h"
 #include "cameras/camera_interfaces.h"
@@ -25,8 +24,8 @@ inline VXCameraPluginIF *fileIdentifierPlugin()
     return qobject_cast<VXCameraPluginIF *>(QPluginLoader(fileIdentifierModulePath()).instance());
 }
 
-// A temporary directory holding a copy of the module, and of the modules
-// given as (source, name) pairs: what a camera pool is built over.
+// A temporary directory holding a copy of the module and of the modules
+// given as (source, name) pairs.
 struct PluginDirectory : QTemporaryDir
 {
     explicit PluginDirectory(QStringList modules = {})
