@@ -1,5 +1,5 @@
-// A camera plug-in for the camera pool's tests, built into several modules
-// whose behaviour is fixed by compile definitions:
+// A camera plug-in for the pool's tests, built into several modules set by
+// compile definitions:
 //   VX_TEST_NAME        prefix of the reason texts, so a test sees who answered
 //   VX_TEST_IID         identifier in the metadata (default: the camera interface's)
 //   VX_TEST_REGISTERED  the type registered with the pool
@@ -8,19 +8,17 @@
 //                       Decline: 0 to everything, with a reason
 //                       Throw: sets a reason, then throws from every question
 //                       ThrowOnRegister: throws when asked for its registered type
-//   VX_TEST_ID          message ids are ID*1000 + key length (errors), +500 (sanitisation);
-//                       groups 1 and 2 are ID*1000 + 1 and + 2; group 0 counts the
-//                       times initialiseIDLookups ran
+//   VX_TEST_ID          message ids ID*1000 + key length (+500 for sanitisation); groups
+//                       1, 2 are ID*1000 + 1, + 2; group 0 counts initialiseIDLookups calls
 //   VX_TEST_UNRESOLVED  refers to a symbol nobody defines, so the module cannot load
 //   VX_TEST_ECHO_MESSAGES  message ids are the number the key spells ("5" gives 5, else 0)
 //   VX_TEST_GROUPS      group ids as "item=group,item=group"; other items answer 0
-//   VX_TEST_CAMERA      getCamera() copies the input to the output, records the content
-//                       item "type=<root's type> session=<yes|no> block=<camera name>"
-//                       with the input's size in group 7 and answers 1; throws on
-//                       an empty input
-//   VX_TEST_IMAGE_CAMERA   an image camera: initialising records "image=<input bytes>
-//                       stream=<stream name>" in group 7; runCamera() writes
-//                       VX_TEST_IMAGE_OUTPUT and answers VX_TEST_IMAGE_STATUS
+//   VX_TEST_CAMERA      a camera copying input to output that records "type=<root's type>
+//                       session=<yes|no> block=<camera name>" (input size) in group 7
+//                       and answers 1; an empty input makes it throw
+//   VX_TEST_IMAGE_CAMERA   an image camera recording "image=<input> stream=<stream name>"
+//                       in group 7 when initialised; it writes VX_TEST_IMAGE_OUTPUT and
+//                       answers VX_TEST_IMAGE_STATUS
 
 #include "buffers/MemoryBuffer.h"
 #include "cameras/camera_interfaces.h"

@@ -35,6 +35,7 @@ TEST(VxcamCfb, ListingsMatchTheIndependentReader)
             const QString path = o.value(QStringLiteral("path")).toString();
             ASSERT_TRUE(theirs.entries.contains(path)) << qPrintable(path);
             const Entry &e = theirs.entries.value(path);
+            EXPECT_EQ(o.keys(), (QStringList{"clsid", "file", "kind", "path", "size"})) << qPrintable(path);
             EXPECT_EQ(o.value(QStringLiteral("kind")).toString(), e.kind) << qPrintable(path);
             EXPECT_EQ(qint64(o.value(QStringLiteral("size")).toDouble()), e.size) << qPrintable(path);
             EXPECT_EQ(olefileStyle(o.value(QStringLiteral("clsid")).toString()), e.clsid) << qPrintable(path);
