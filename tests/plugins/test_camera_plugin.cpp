@@ -1,34 +1,29 @@
-// A camera plug-in for the camera pool's tests. One source, built into several
-// modules whose behaviour is fixed by compile definitions:
+// A camera plug-in for the pool's tests, built into several modules set by
+// compile definitions:
 //   VX_TEST_NAME        prefix of the reason texts, so a test sees who answered
 //   VX_TEST_IID         identifier in the metadata (default: the camera interface's)
 //   VX_TEST_REGISTERED  the type registered with the pool
-//   VX_TEST_BEHAVIOUR   Recognise: answers VX_TEST_ANSWER for the extension "xls" and
-//                         VX_TEST_ANSWER / VX_TEST_SUBTYPE for buffers starting "XLS",
-//                         0 otherwise, leaving the reason alone when it does not answer
-//                       Decline: answers 0 to everything but gives a reason
-//                       Throw: gives a reason, then throws from every question
+//   VX_TEST_BEHAVIOUR   Recognise: VX_TEST_ANSWER for the extension "xls", VX_TEST_ANSWER /
+//                         VX_TEST_SUBTYPE for buffers starting "XLS", else 0 and no reason
+//                       Decline: 0 to everything, with a reason
+//                       Throw: sets a reason, then throws from every question
 //                       ThrowOnRegister: throws when asked for its registered type
-//   VX_TEST_ID          base of the message and group ids, so tests can tell modules apart
-//   VX_TEST_UNRESOLVED  refers to a symbol nobody defines, so the module cannot be loaded
+//   VX_TEST_ID          message ids ID*1000 + key length (+500 for sanitisation); groups
+//                       1, 2 are ID*1000 + 1, + 2; group 0 counts initialiseIDLookups calls
+//   VX_TEST_UNRESOLVED  refers to a symbol nobody defines, so the module cannot load
 //   VX_TEST_ECHO_MESSAGES  message ids are the number the key spells ("5" gives 5, else 0)
 //   VX_TEST_GROUPS      group ids as "item=group,item=group"; other items answer 0
-//   VX_TEST_CAMERA      getCamera() gives a camera whose runCamera() copies the input
-//                       to the output, records the content item "type=<root's file
-//                       type> session=<yes|no> block=<block's camera name>" with the
-//                       input's size in group 7, and answers 1; an empty input
-//                       makes runCamera() throw
-//   VX_TEST_IMAGE_CAMERA   getCamera() gives an image camera: initialising it records
-//                       the content item "image=<input bytes> stream=<input's
-//                       stream name>" in group 7; its runCamera() writes the text
-//                       VX_TEST_IMAGE_OUTPUT to the output and answers
-//                       VX_TEST_IMAGE_STATUS
+//   VX_TEST_CAMERA      a camera copying input to output that records "type=<root's type>
+//                       session=<yes|no> block=<camera name>" (input size) in group 7
+//                       and answers 1; an empty input makes it throw
+//   VX_TEST_IMAGE_CAMERA   an image camera recording "image=<input> stream=<stream name>"
+//                       in group 7 when initialised; it writes VX_TEST_IMAGE_OUTPUT and
+//                       answers VX_TEST_IMAGE_STATUS
 
 #include "buffers/MemoryBuffer.h"
 #include "cameras/camera_interfaces.h"
 
 #include <QObject>
-#include <QString>
 #include <QStringList>
 
 #include <cstdlib>
@@ -60,54 +55,34 @@ namespace {
 
 enum class Behaviour { Recognise, Decline, Throw, ThrowOnRegister };
 constexpr Behaviour kBehaviour = Behaviour::VX_TEST_BEHAVIOUR;
-constexpr char kExtension[] = "xls";
-constexpr char kMagic[] = "XLS";
 constexpr uint32_t kIdBase = VX_TEST_ID * 1000;
 
-bool hasMagic(const MemoryBuffer *buffer)
+uint32_t messageId(const char *key, uint32_t offset)
 {
-    const size_t length = sizeof kMagic - 1;
-    return buffer != nullptr && buffer->sizeOfMB() >= length
-           && std::memcmp(buffer->constData(), kMagic, length) == 0;
-}
-
 #ifdef VX_TEST_ECHO_MESSAGES
-uint32_t errorMessageId(const char *key)
-{
-    return key == nullptr ? 0 : static_cast<uint32_t>(std::strtoul(key, nullptr, 10));
-}
-uint32_t sanitisationMessageId(const char *key)
-{
-    return errorMessageId(key);
-}
+    (void)offset;
+    return key ? uint32_t(std::strtoul(key, nullptr, 10)) : 0;
 #else
-uint32_t keyLength(const char *key)
-{
-    return key == nullptr ? 0 : static_cast<uint32_t>(std::strlen(key));
-}
-uint32_t errorMessageId(const char *key)
-{
-    return kIdBase + keyLength(key);
-}
-uint32_t sanitisationMessageId(const char *key)
-{
-    return kIdBase + 500 + keyLength(key);
-}
+    return kIdBase + offset + (key ? uint32_t(std::strlen(key)) : 0);
 #endif
+}
 
-#ifdef VX_TEST_GROUPS
-// The item=group pairs of VX_TEST_GROUPS.
-AnalysisGroupIdMap_t listedGroups()
+// Kept out of the plug-in class: a static (such as QStringLiteral's data) in
+// one of its inline members would be shared by every module of the process.
+uint32_t groupId(unsigned int item, const AnalysisGroupIdMap_t &groups)
 {
-    AnalysisGroupIdMap_t groups;
+#ifdef VX_TEST_GROUPS
+    (void)groups;
     for (const QString &pair : QStringLiteral(VX_TEST_GROUPS).split(QLatin1Char(','), Qt::SkipEmptyParts)) {
         const QStringList parts = pair.split(QLatin1Char('='));
-        if (parts.size() == 2)
-            groups.insert(parts[0].toUInt(), parts[1].toUInt());
+        if (parts.size() == 2 && parts[0].toUInt() == item)
+            return parts[1].toUInt();
     }
-    return groups;
-}
+    return 0;
+#else
+    return groups.value(item);
 #endif
+}
 
 #if defined(VX_TEST_CAMERA) || defined(VX_TEST_IMAGE_CAMERA)
 class TestRunRoot final : public BDDLStructBase_Root
@@ -116,15 +91,15 @@ public:
     const char *get_desc_string() const override { return "TestRunRoot"; }
 };
 
-// What the test cameras share: a root over the run's buffers and repository.
-class TestCameraBase : public VXCameraIF
+// A camera over a root holding the run's buffers and repository; it writes its input.
+class TestCamera : public VXCameraIF
 {
 public:
     VX2_RetStatus initialiseCamera(MemoryBuffer *input, MemoryBuffer *output,
                                    RepositoryComponents::DocumentAnalysis *analysis, MemoryBufferPool *pool,
                                    BDDLStructBase_Root **root) override
     {
-        m_root.reset(new TestRunRoot);
+        m_root = std::make_unique<TestRunRoot>();
         m_context = context();
         m_context.m_inputBuffer = input;
         m_context.m_outputBuffer = output;
@@ -132,16 +107,16 @@ public:
         m_context.m_bufferPool = pool;
         m_root->setContext(&m_context);
         *root = m_root.get();
+#ifdef VX_TEST_IMAGE_CAMERA
+        const QString seen = QStringLiteral("image=%1 stream=%2")
+                                 .arg(QString::fromLatin1(reinterpret_cast<const char *>(input->constData()), int(input->sizeOfMB())),
+                                      QString::fromStdString(input->m_streamName));
+        vx_analyse_group(m_root.get(), 7, seen.toUtf8().constData(), input->sizeOfMB());
+#endif
         return 0;
     }
     VX2_RetStatus readInputBuffer() override { return 0; }
     VX2_RetStatus runValidation() override { return 0; }
-    VX2_RetStatus writeOutputBuffer() override
-    {
-        m_context.m_outputBuffer->putRawBytes(m_context.m_inputBuffer->constData(),
-                                              m_context.m_inputBuffer->sizeOfMB());
-        return 0;
-    }
     VX2_RetStatus deinitialiseCamera() override
     {
         m_root.reset();
@@ -153,17 +128,24 @@ public:
     ft_t getFileTypeFromFileInMemory(MemoryBuffer *, const char **) override { return ft_unknown; }
     UCPDocument *getUCPDocumentInterface() override { return new BDDLDocument(m_root.get()); }
 
-protected:
-    std::unique_ptr<TestRunRoot> m_root;
-    context m_context;
-};
-#endif
-
-#ifdef VX_TEST_CAMERA
-// A camera whose whole job is to show what the session gave it.
-class TestRunCamera final : public TestCameraBase
-{
-public:
+#ifdef VX_TEST_IMAGE_CAMERA
+    VX2_RetStatus writeOutputBuffer() override
+    {
+        static const char kOutput[] = VX_TEST_IMAGE_OUTPUT;
+        m_context.m_outputBuffer->putRawBytes(kOutput, sizeof kOutput - 1);
+        return 0;
+    }
+    VX2_RetStatus runCamera() override
+    {
+        writeOutputBuffer();
+        return VX_TEST_IMAGE_STATUS;
+    }
+#else
+    VX2_RetStatus writeOutputBuffer() override
+    {
+        m_context.m_outputBuffer->putRawBytes(m_context.m_inputBuffer->constData(), m_context.m_inputBuffer->sizeOfMB());
+        return 0;
+    }
     VX2_RetStatus runCamera() override
     {
         if (m_context.m_inputBuffer->sizeOfMB() == 0)
@@ -177,37 +159,11 @@ public:
         writeOutputBuffer();
         return 1;
     }
-};
 #endif
 
-#ifdef VX_TEST_IMAGE_CAMERA
-// An image camera with a fixed outcome.
-class ImageCamera final : public TestCameraBase
-{
-public:
-    VX2_RetStatus initialiseCamera(MemoryBuffer *input, MemoryBuffer *output,
-                                   RepositoryComponents::DocumentAnalysis *analysis, MemoryBufferPool *pool,
-                                   BDDLStructBase_Root **root) override
-    {
-        TestCameraBase::initialiseCamera(input, output, analysis, pool, root);
-        const QString seen = QStringLiteral("image=%1 stream=%2")
-                                 .arg(QString::fromLatin1(reinterpret_cast<const char *>(input->constData()),
-                                                          static_cast<int>(input->sizeOfMB())),
-                                      QString::fromStdString(input->m_streamName));
-        vx_analyse_group(m_root.get(), 7, seen.toUtf8().constData(), input->sizeOfMB());
-        return 0;
-    }
-    VX2_RetStatus writeOutputBuffer() override
-    {
-        static const char kOutput[] = VX_TEST_IMAGE_OUTPUT;
-        m_context.m_outputBuffer->putRawBytes(kOutput, sizeof kOutput - 1);
-        return 0;
-    }
-    VX2_RetStatus runCamera() override
-    {
-        writeOutputBuffer();
-        return VX_TEST_IMAGE_STATUS;
-    }
+private:
+    std::unique_ptr<TestRunRoot> m_root;
+    context m_context;
 };
 #endif
 
@@ -220,10 +176,8 @@ class TestCameraPlugin : public QObject, public VXCameraPluginIF
     Q_INTERFACES(VXCameraPluginIF)
 
 public:
-#if defined(VX_TEST_CAMERA)
-    VXCameraIF *getCamera() override { return new TestRunCamera; }
-#elif defined(VX_TEST_IMAGE_CAMERA)
-    VXCameraIF *getCamera() override { return new ImageCamera; }
+#if defined(VX_TEST_CAMERA) || defined(VX_TEST_IMAGE_CAMERA)
+    VXCameraIF *getCamera() override { return new TestCamera; }
 #else
     VXCameraIF *getCamera() override { return nullptr; }
 #endif
@@ -243,38 +197,26 @@ public:
     {
         if (kBehaviour == Behaviour::Throw)
             throw std::runtime_error(VX_TEST_NAME ": extension question failed");
-        const bool mine = kBehaviour == Behaviour::Recognise && extension != nullptr
-                          && std::strcmp(extension, kExtension) == 0;
+        const bool mine = kBehaviour == Behaviour::Recognise && extension && std::strcmp(extension, "xls") == 0;
         return mine ? static_cast<ft_t>(VX_TEST_ANSWER) : ft_unknown;
     }
 
     ft_t getFileTypeFromFileInMemory(MemoryBuffer *buffer, const char **reason) override
     {
-        return identify(buffer, reason, static_cast<ft_t>(VX_TEST_ANSWER), VX_TEST_NAME ": main type",
-                        VX_TEST_NAME ": not mine");
+        return identify(buffer, reason, VX_TEST_ANSWER, VX_TEST_NAME ": main type", VX_TEST_NAME ": not mine");
     }
 
     ft_t getSubTypeFromFileInMemory(MemoryBuffer *buffer, const char **reason) override
     {
-        return identify(buffer, reason, static_cast<ft_t>(VX_TEST_SUBTYPE), VX_TEST_NAME ": sub-type",
-                        VX_TEST_NAME ": no sub-type");
+        return identify(buffer, reason, VX_TEST_SUBTYPE, VX_TEST_NAME ": sub-type", VX_TEST_NAME ": no sub-type");
     }
 
-    const AnalysisGroupIdMap_t *getAnalysisGroupIdMap() override
-    {
-        return m_groups.isEmpty() ? nullptr : &m_groups;
-    }
+    const AnalysisGroupIdMap_t *getAnalysisGroupIdMap() override { return m_groups.isEmpty() ? nullptr : &m_groups; }
+    uint32_t getErrMsgID(char *key) override { return messageId(key, 0); }
+    uint32_t getSanitisationMsgID(char *key) override { return messageId(key, 500); }
 
-    uint32_t getErrMsgID(char *key) override { return errorMessageId(key); }
-    uint32_t getSanitisationMsgID(char *key) override { return sanitisationMessageId(key); }
-#ifdef VX_TEST_GROUPS
-    uint32_t getAnalysisGroupID(unsigned int item) override { return listedGroups().value(item); }
-#else
-    uint32_t getAnalysisGroupID(unsigned int item) override { return m_groups.value(item); }
-#endif
+    uint32_t getAnalysisGroupID(unsigned int item) override { return groupId(item, m_groups); }
 
-    // Item 0 of the table counts how often the lookups were built, so a test
-    // can check the pool builds them exactly once.
     int initialiseIDLookups() override
     {
         m_groups[0] += 1;
@@ -284,30 +226,24 @@ public:
     }
 
 private:
-    static ft_t identify(const MemoryBuffer *buffer, const char **reason, ft_t answer, const char *found,
+    static ft_t identify(const MemoryBuffer *buffer, const char **reason, int answer, const char *found,
                          const char *declined)
     {
-        switch (kBehaviour) {
-        case Behaviour::Recognise:
-            if (!hasMagic(buffer))
-                return ft_unknown;
-            setReason(reason, found);
-            return answer;
-        case Behaviour::Decline:
-            setReason(reason, declined);
-            return ft_unknown;
-        case Behaviour::Throw:
-        case Behaviour::ThrowOnRegister:
-            setReason(reason, VX_TEST_NAME ": failing");
-            throw std::runtime_error(VX_TEST_NAME ": buffer question failed");
+        const char *text = nullptr;
+        ft_t type = ft_unknown;
+        if (kBehaviour == Behaviour::Recognise) {
+            if (buffer && buffer->sizeOfMB() >= 3 && std::memcmp(buffer->constData(), "XLS", 3) == 0) {
+                text = found;
+                type = static_cast<ft_t>(answer);
+            }
+        } else {
+            text = kBehaviour == Behaviour::Decline ? declined : VX_TEST_NAME ": failing";
         }
-        return ft_unknown;
-    }
-
-    static void setReason(const char **reason, const char *text)
-    {
-        if (reason != nullptr)
+        if (reason && text)
             *reason = text;
+        if (kBehaviour == Behaviour::Throw || kBehaviour == Behaviour::ThrowOnRegister)
+            throw std::runtime_error(VX_TEST_NAME ": buffer question failed");
+        return type;
     }
 
     AnalysisGroupIdMap_t m_groups;

@@ -3,15 +3,17 @@
 // Runs the built vxcam the way a user would and collects what it printed.
 
 #include <QByteArray>
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QList>
 #include <QProcess>
 #include <QStringList>
+#include <QTemporaryDir>
 
 struct VxcamRun
 {
-    int exitCode = -1;
+    int exitCode = -1; // -1 when it crashed or did not finish
     QByteArray out;
     QByteArray err;
 
@@ -37,13 +39,19 @@ inline VxcamRun runVxcam(const QStringList &arguments)
     QProcess process;
     process.start(QStringLiteral(VXCAM_PATH), arguments);
     VxcamRun run;
-    if (!process.waitForFinished(60000)) {
+    if (!process.waitForFinished(60000))
         process.kill();
-        process.waitForFinished();
-        return run;
-    }
-    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    else if (process.exitStatus() == QProcess::NormalExit)
+        run.exitCode = process.exitCode();
+    process.waitForFinished();
     run.out = process.readAllStandardOutput();
     run.err = process.readAllStandardError();
     return run;
+}
+
+// Writes a new file of the directory and gives its path; an empty path when it cannot.
+inline QString writeTestFile(const QTemporaryDir &dir, const char *name, const QByteArray &bytes)
+{
+    QFile file(dir.filePath(QLatin1String(name)));
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() ? file.fileName() : QString();
 }
