@@ -1,8 +1,6 @@
 #pragma once
 
-// Reading analysis reports back in tests: the bytes of a buffer, a
-// well-formedness check with Qt's XML reader, and the texts and attributes of
-// elements in document order.
+// Reading analysis reports back in tests with Qt's XML reader.
 
 #include "buffers/MemoryBuffer.h"
 
@@ -17,8 +15,8 @@ inline std::string bufferText(const MemoryBuffer &buffer)
     return std::string(reinterpret_cast<const char *>(buffer.constData()), buffer.sizeOfMB());
 }
 
-// Empty for a well-formed, namespace-correct document; otherwise where and
-// why the reader stopped.
+// Empty for a well-formed, namespace-correct document; otherwise where and why
+// the reader stopped.
 inline QString xmlProblem(const std::string &text)
 {
     QXmlStreamReader reader(QByteArray::fromStdString(text));
@@ -26,33 +24,20 @@ inline QString xmlProblem(const std::string &text)
         reader.readNext();
     if (!reader.hasError())
         return QString();
-    return QStringLiteral("line %1 column %2: %3")
-        .arg(reader.lineNumber())
-        .arg(reader.columnNumber())
-        .arg(reader.errorString());
+    return QStringLiteral("line %1 column %2: %3").arg(reader.lineNumber()).arg(reader.columnNumber()).arg(reader.errorString());
 }
 
-// The text content of every element with that qualified name, in order.
-inline QStringList elementTexts(const std::string &text, const QString &qualifiedName)
-{
-    QStringList texts;
-    QXmlStreamReader reader(QByteArray::fromStdString(text));
-    while (!reader.atEnd()) {
-        if (reader.readNext() == QXmlStreamReader::StartElement && reader.qualifiedName() == qualifiedName)
-            texts << reader.readElementText(QXmlStreamReader::IncludeChildElements);
-    }
-    return texts;
-}
-
-// The value of an attribute on every element with that qualified name, in order.
-inline QStringList attributeValues(const std::string &text, const QString &qualifiedName,
-                                   const QString &attribute)
+// In document order, for every element with that qualified name: its text, or
+// the value of the attribute when one is named.
+inline QStringList xmlValues(const std::string &text, const QString &element, const QString &attribute = QString())
 {
     QStringList values;
     QXmlStreamReader reader(QByteArray::fromStdString(text));
     while (!reader.atEnd()) {
-        if (reader.readNext() == QXmlStreamReader::StartElement && reader.qualifiedName() == qualifiedName)
-            values << reader.attributes().value(attribute).toString();
+        if (reader.readNext() != QXmlStreamReader::StartElement || reader.qualifiedName() != element)
+            continue;
+        values << (attribute.isEmpty() ? reader.readElementText(QXmlStreamReader::IncludeChildElements)
+                                       : reader.attributes().value(attribute).toString());
     }
     return values;
 }
