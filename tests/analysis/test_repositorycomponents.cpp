@@ -24,25 +24,26 @@ struct OpenRepository
 
 } // namespace
 
-TEST(RepositoryRecords, RepeatsUpdateOneRecordsCounters)
+TEST(RepositoryRecords, RepeatsUpdateOneRecordsCountersAndTakeTheLatestIndexAndId)
 {
     OpenRepository repo;
     for (unsigned long size : {10ul, 30ul, 20ul})
         repo.analysis.VXAnalyseSchemaGroupContentItem(275, "VBA project", size);
-    const ItemMap<ContentItem> &items = repo.group(275).contentItems();
-    ASSERT_EQ(items.size(), 1u);
-    const ContentItem &item = *items.at("VBA project");
-    EXPECT_EQ(item.instanceCount(), 3u);
-    EXPECT_EQ(item.totalSize(), 60u);
-    EXPECT_EQ(item.averageSize(), 20u);
-    EXPECT_EQ(item.minSize(), 10u);
-    EXPECT_EQ(item.maxSize(), 30u);
-    EXPECT_EQ(item.itemIndex(), 2u) << "the index of the third addition";
-
-    // The average is an integer division; the total saturates.
-    repo.analysis.VXAnalyseSchemaGroupRemedy(1, "r", 1);
-    repo.analysis.VXAnalyseSchemaGroupRemedy(1, "r", 2);
-    EXPECT_EQ(repo.group(1).remedyItems().at("r")->averageSize(), 1u);
+    ASSERT_EQ(repo.group(275).contentItems().size(), 1u);
+    const ContentItem &item = *repo.group(275).contentItems().at("VBA project");
+    EXPECT_EQ((std::vector<uint64_t>{item.instanceCount(), item.totalSize(), item.averageSize(), item.minSize(),
+                                     item.maxSize(), item.itemIndex()}),
+              (std::vector<uint64_t>{3, 60, 20, 10, 30, 2}))
+        << "count, total, average, min, max, and the index of the third addition";
+    repo.analysis.VXAnalyseSchemaGroupSanitize(3, "s", 1, 11);
+    repo.analysis.VXAnalyseSchemaGroupSanitize(3, "s", 2, 12);
+    repo.analysis.VXAnalyseSchemaGroupIssue(3, "i", 0, 21);
+    repo.analysis.VXAnalyseSchemaGroupIssue(3, "i", 0, 22);
+    repo.analysis.VXAnalyseSchemaGroupIssue(9, "i", 0, 23);
+    EXPECT_EQ(repo.group(3).sanitisationItems().at("s")->sanitisationId(), 12u);
+    EXPECT_EQ(repo.group(3).sanitisationItems().at("s")->averageSize(), 1u) << "an integer division";
+    EXPECT_EQ(repo.group(3).issueItems().at("i")->issueId(), 22u);
+    EXPECT_EQ(repo.group(9).issueItems().at("i")->itemIndex(), 7u) << "one record per group and key";
     const unsigned long huge = std::numeric_limits<unsigned long>::max();
     repo.analysis.VXAnalyseSchemaGroupContentItem(1, "big", huge);
     repo.analysis.VXAnalyseSchemaGroupContentItem(1, "big", huge);
@@ -51,15 +52,13 @@ TEST(RepositoryRecords, RepeatsUpdateOneRecordsCounters)
 
 TEST(RepositoryRecords, KeyedByRawTextDescribedByCleanedText)
 {
-    struct Case
+    const struct
     {
         std::string raw, described, issueDescribed; // only issues lose a failure log
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"text\n\r\n\r", "text", "text"},
         {"\r\n", "", ""},
         {"a\r\nb \t\r\n", "a#0d#0ab #09", "a#0d#0ab #09"},
-        {"caf\xe9", "caf#e9", "caf#e9"},
         {std::string(" ~\0\x1f\x7f\x80\xff#", 8), " ~#00#1f#7f#80#ff#", " ~#00#1f#7f#80#ff#"},
         {"Bad [FAILURE_LOG at 0x10] in", "Bad [FAILURE_LOG at 0x10] in", "Bad  in"},
         {"x [FAILURE_LOG no end", "x [FAILURE_LOG no end", "x [FAILURE_LOG no end"},
@@ -67,16 +66,18 @@ TEST(RepositoryRecords, KeyedByRawTextDescribedByCleanedText)
         {"x [FAILURE_LOG]\r\n", "x [FAILURE_LOG]", "x "},
     };
     OpenRepository repo;
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         repo.analysis.VXAnalyseSchemaGroupContentItem(1, c.raw, 0);
         repo.analysis.VXAnalyseSchemaGroupSanitize(1, c.raw, 0, 0);
         repo.analysis.VXAnalyseSchemaGroupRemedy(1, c.raw, 0);
         repo.analysis.VXAnalyseSchemaGroupIssue(1, c.raw, 0, 0);
         const ContentGroup &group = repo.group(1);
-        EXPECT_EQ(group.contentItems().at(c.raw)->description(), c.described) << "raw \"" << c.raw << "\"";
-        EXPECT_EQ(group.sanitisationItems().at(c.raw)->description(), c.described) << "raw \"" << c.raw << "\"";
-        EXPECT_EQ(group.remedyItems().at(c.raw)->description(), c.described) << "raw \"" << c.raw << "\"";
-        EXPECT_EQ(group.issueItems().at(c.raw)->description(), c.issueDescribed) << "raw \"" << c.raw << "\"";
+        EXPECT_EQ((std::vector<std::string>{group.contentItems().at(c.raw)->description(),
+                                            group.sanitisationItems().at(c.raw)->description(),
+                                            group.remedyItems().at(c.raw)->description(),
+                                            group.issueItems().at(c.raw)->description()}),
+                  (std::vector<std::string>{c.described, c.described, c.described, c.issueDescribed}))
+            << "content, sanitisation, remedy, issue descriptions of raw \"" << c.raw << "\"";
     }
     repo.analysis.VXAnalyseSchemaGroupContentItem(1, "text", 0);
     EXPECT_EQ(repo.group(1).contentItems().size(), std::size(cases) + 1) << "\"text\" is a key of its own";
@@ -87,22 +88,7 @@ TEST(RepositoryRecords, KeyedByRawTextDescribedByCleanedText)
     BrightmoorChangeControlCodes(nullptr);
 }
 
-TEST(RepositoryRecords, OneRecordPerGroupAndKeyTheLatestIdWins)
-{
-    OpenRepository repo;
-    repo.analysis.VXAnalyseSchemaGroupIssue(7, "bad", 1, 1);
-    repo.analysis.VXAnalyseSchemaGroupIssue(9, "bad", 1, 1);
-    EXPECT_EQ(repo.group(7).issueItems().at("bad")->itemIndex(), 0u);
-    EXPECT_EQ(repo.group(9).issueItems().at("bad")->itemIndex(), 1u);
-    repo.analysis.VXAnalyseSchemaGroupSanitize(3, "s", 1, 11);
-    repo.analysis.VXAnalyseSchemaGroupSanitize(3, "s", 1, 12);
-    repo.analysis.VXAnalyseSchemaGroupIssue(3, "i", 0, 21);
-    repo.analysis.VXAnalyseSchemaGroupIssue(3, "i", 0, 22);
-    EXPECT_EQ(repo.group(3).sanitisationItems().at("s")->sanitisationId(), 12u);
-    EXPECT_EQ(repo.group(3).issueItems().at("i")->issueId(), 22u);
-}
-
-TEST(RepositoryRecords, IssueInformationKeepsTheFirstDescriptionPerRange)
+TEST(RepositoryRecords, IssueRangesKeepTheFirstDescriptionAndExtractedTextsAreNumbered)
 {
     OpenRepository repo;
     repo.analysis.VXAnalyseIssueInfoInsert(5, 9, "first");
@@ -112,25 +98,19 @@ TEST(RepositoryRecords, IssueInformationKeepsTheFirstDescriptionPerRange)
     const DocumentStatistics::IssueInformationMap expected = {
         {{4, 100}, "earlier"}, {{5, 9}, "first"}, {{5, 10}, "wider"}};
     EXPECT_EQ(repo.analysis.currentDocument()->issueInformation(), expected);
-}
 
-TEST(RepositoryRecords, ExtractedTextsAreNumberedPerDocument)
-{
-    OpenRepository repo;
     for (unsigned long offset : {100ul, 200ul, 300ul})
         repo.analysis.VXAnalyseSchemaExtractedText(offset, "stream", "UTF-8");
     repo.analysis.VXAnalyseSchemaExtractedImage(400, "pic", 77, "image/png");
     const DocumentStatistics *first = repo.analysis.currentDocument();
     repo.analysis.AddFileAnalysis("inner", "t", "v", 0, nullptr);
     repo.analysis.VXAnalyseSchemaExtractedText(5, "inner stream", "ASCII");
-
     ASSERT_EQ(first->extractedItemCount(), 3u);
-    for (size_t i = 0; i < 3; ++i)
-        EXPECT_EQ(first->extractedTexts()[i].m_itemIndex, i + 1);
+    EXPECT_EQ(first->extractedTexts()[2].m_itemIndex, 3u);
     ASSERT_EQ(first->extractedImageCount(), 1u);
     EXPECT_EQ(first->extractedImages().front().m_itemIndex, 77u);
     EXPECT_EQ(first->extractedImages().front().m_meta, (std::map<std::string, std::string>{{"meta", "image/png"}}));
-    EXPECT_EQ(repo.analysis.currentDocument()->extractedTexts().at(0).m_itemIndex, 1u);
+    EXPECT_EQ(repo.analysis.currentDocument()->extractedTexts().at(0).m_itemIndex, 1u) << "numbered per document";
 }
 
 TEST(RepositoryDocuments, MissingArgumentsAreRefusedAndLogged)
@@ -161,13 +141,10 @@ TEST(RepositoryDocuments, LaterDocumentsNestAndAreNotReported)
     EXPECT_EQ(a->parent(), outer);
     EXPECT_EQ(repo.analysis.currentDocument()->parent(), a) << "without closing, every document nests deeper";
     EXPECT_EQ(repo.analysis.firstDocument(), outer);
-
     MemoryBuffer out;
     const uint32_t written = repo.analysis.WriteReport(&out, 1);
     EXPECT_EQ(written, out.sizeOfMB());
-    const std::string report = bufferText(out);
-    EXPECT_EQ(xmlProblem(report), QString());
-    EXPECT_EQ(xmlValues(report, QStringLiteral("vx:TechnicalDescription")), QStringList{"outer issue"});
+    EXPECT_EQ(xmlValues(bufferText(out), "vx:TechnicalDescription"), QStringList{"outer issue"});
 }
 
 TEST(RepositoryDocuments, WithoutADocumentRecordingAnswers182AndChangesNothing)
@@ -178,14 +155,16 @@ TEST(RepositoryDocuments, WithoutADocumentRecordingAnswers182AndChangesNothing)
         ASSERT_EQ(analysis.AddFileAnalysis("d", "t", "v", 0, nullptr), 0u);
     analysis.ClearAllDocuments();
     EXPECT_EQ(analysis.currentDocument(), nullptr);
-    EXPECT_EQ(analysis.VXAnalyseSchemaFile("t", "v", 1), 182u);
-    EXPECT_EQ(analysis.VXAnalyseSchemaGroupContentItem(1, "d", 1), 182u);
-    EXPECT_EQ(analysis.VXAnalyseSchemaGroupSanitize(1, "d", 1, 1), 182u);
-    EXPECT_EQ(analysis.VXAnalyseSchemaGroupRemedy(1, "d", 1), 182u);
-    EXPECT_EQ(analysis.VXAnalyseSchemaGroupIssue(1, "d", 1, 1), 182u);
-    EXPECT_EQ(analysis.VXAnalyseIssueInfoInsert(1, 2, "d"), 182u);
-    EXPECT_EQ(analysis.VXAnalyseSchemaExtractedText(1, "l", "e"), 182u);
-    EXPECT_EQ(analysis.VXAnalyseSchemaExtractedImage(1, "l", 1, "m"), 182u);
+    const uint32_t answers[] = {analysis.VXAnalyseSchemaFile("t", "v", 1),
+                                analysis.VXAnalyseSchemaGroupContentItem(1, "d", 1),
+                                analysis.VXAnalyseSchemaGroupSanitize(1, "d", 1, 1),
+                                analysis.VXAnalyseSchemaGroupRemedy(1, "d", 1),
+                                analysis.VXAnalyseSchemaGroupIssue(1, "d", 1, 1),
+                                analysis.VXAnalyseIssueInfoInsert(1, 2, "d"),
+                                analysis.VXAnalyseSchemaExtractedText(1, "l", "e"),
+                                analysis.VXAnalyseSchemaExtractedImage(1, "l", 1, "m")};
+    for (size_t i = 0; i < std::size(answers); ++i)
+        EXPECT_EQ(answers[i], 182u) << "call " << i;
     analysis.ChangeVersionOfCurrentDocument("v");
     EXPECT_EQ(analysis.VXAnalyseGetIssueItemCount(), 0u);
     EXPECT_EQ(analysis.VXAnalyseGetFirstIssueDesc(), "");
@@ -205,7 +184,6 @@ TEST(RepositoryQueries, CountsAndFirstDescriptions)
     // Group 3 holds "dup" with index 3, so the earliest record is "other".
     EXPECT_EQ(repo.analysis.VXAnalyseGetFirstIssueDesc(), "other");
     EXPECT_EQ(repo.analysis.VXAnalyseGetIssueItemCount(), 3u);
-
     repo.analysis.VXAnalyseSchemaGroupRemedy(4, "late", 0);
     repo.analysis.VXAnalyseSchemaGroupRemedy(8, "early [FAILURE_LOG x]", 0);
     repo.analysis.VXAnalyseSchemaGroupRemedy(4, "late", 0); // a repeat takes a new index
@@ -245,8 +223,7 @@ TEST(RepositoryErrors, RefusedCallsAreRecordedAndLoggedOnDestruction)
     }
     QStringList expected;
     for (const std::string &error : errors)
-        expected << QStringLiteral("\"DocumentAnalysis Internal Error:\"")
-                 << QStringLiteral("\"%1\"").arg(QString::fromStdString(error)) << QStringLiteral("\"\\n\"");
+        expected << "\"DocumentAnalysis Internal Error:\"" << QStringLiteral("\"%1\"").arg(error.c_str()) << "\"\\n\"";
     EXPECT_EQ(log.messages(), expected);
 }
 
