@@ -155,14 +155,11 @@ TEST(RepositoryDocuments, WithoutADocumentRecordingAnswers182AndChangesNothing)
         ASSERT_EQ(analysis.AddFileAnalysis("d", "t", "v", 0, nullptr), 0u);
     analysis.ClearAllDocuments();
     EXPECT_EQ(analysis.currentDocument(), nullptr);
-    const uint32_t answers[] = {analysis.VXAnalyseSchemaFile("t", "v", 1),
-                                analysis.VXAnalyseSchemaGroupContentItem(1, "d", 1),
-                                analysis.VXAnalyseSchemaGroupSanitize(1, "d", 1, 1),
-                                analysis.VXAnalyseSchemaGroupRemedy(1, "d", 1),
-                                analysis.VXAnalyseSchemaGroupIssue(1, "d", 1, 1),
-                                analysis.VXAnalyseIssueInfoInsert(1, 2, "d"),
-                                analysis.VXAnalyseSchemaExtractedText(1, "l", "e"),
-                                analysis.VXAnalyseSchemaExtractedImage(1, "l", 1, "m")};
+    const uint32_t answers[] = {
+        analysis.VXAnalyseSchemaFile("t", "v", 1), analysis.VXAnalyseSchemaGroupContentItem(1, "d", 1),
+        analysis.VXAnalyseSchemaGroupSanitize(1, "d", 1, 1), analysis.VXAnalyseSchemaGroupRemedy(1, "d", 1),
+        analysis.VXAnalyseSchemaGroupIssue(1, "d", 1, 1), analysis.VXAnalyseIssueInfoInsert(1, 2, "d"),
+        analysis.VXAnalyseSchemaExtractedText(1, "l", "e"), analysis.VXAnalyseSchemaExtractedImage(1, "l", 1, "m")};
     for (size_t i = 0; i < std::size(answers); ++i)
         EXPECT_EQ(answers[i], 182u) << "call " << i;
     analysis.ChangeVersionOfCurrentDocument("v");

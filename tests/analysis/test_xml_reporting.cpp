@@ -182,10 +182,7 @@ TEST(XmlReport, HostileTextsStayText)
             EXPECT_EQ(xmlValues(report, element, attribute), QStringList{read}) << element << " of " << given;
         EXPECT_EQ(xmlValues(report, "vx:ExtractedItem", "location"), (QStringList{read, read})) << given;
     }
-}
-
-TEST(XmlReport, MetaKeysThatCannotBeAttributeNamesAreLeftOut)
-{
+    // Meta keys that cannot be attribute names are left out.
     DocumentAnalysis analysis;
     analysis.AddFileAnalysis("d", "t", "v", 0, "");
     ExtractedImage image;

@@ -87,13 +87,8 @@ TEST(CameraPool, EmptyOrMissingDirectoryGivesAPoolThatAnswersNothing)
         QString reason = QStringLiteral("untouched");
         EXPECT_EQ(pool.getFileTypeFromFileInMemory(&buffer, reason), ft_unknown);
         EXPECT_EQ(reason, QStringLiteral("untouched"));
-        EXPECT_EQ(pool.getPluginFromFileType(ft_xls), nullptr);
         EXPECT_EQ(pool.getCameraNameFromFileType(ft_xls), QStringLiteral("unknown"));
         EXPECT_EQ(pool.getAnalysisGroupIdMap(ft_xls), nullptr);
-        char key[] = "key";
-        EXPECT_EQ(thrown([&] { pool.getErrMsgID(ft_xls, key); }), "Unable to determine Error Message ID");
-        EXPECT_EQ(thrown([&] { pool.getSanitisationMsgID(ft_xls, key); }), "Unable to determine Sanitisation Message ID");
-        EXPECT_EQ(thrown([&] { pool.getAnalysisGroupID(ft_xls, 1); }), "Unable to determine Analysis Group ID");
     }
 }
 
@@ -137,7 +132,7 @@ TEST(CameraPool, ScanLoadsOnlyCameraPluginsInNameOrderAndLogsEveryFile)
     EXPECT_EQ(pool.getAnalysisGroupIdMap(ft_xls)->value(0), 1u) << "times initialiseIDLookups ran";
 }
 
-TEST(CameraPool, SameTypeGoesToTheFirstFileName)
+TEST(CameraPool, SameTypeGoesToTheFirstFileNameAndIdsAreForwardedToIt)
 {
     const struct
     {
@@ -158,6 +153,8 @@ TEST(CameraPool, SameTypeGoesToTheFirstFileName)
         EXPECT_EQ(pool.getSanitisationMsgID(ft_xls, key), c.idBase + 503);
         EXPECT_EQ(pool.getAnalysisGroupID(ft_xls, 1), c.idBase + 1);
         EXPECT_EQ(thrown([&] { pool.getErrMsgID(ft_pdf, key); }), "Unable to determine Error Message ID");
+        EXPECT_EQ(thrown([&] { pool.getSanitisationMsgID(ft_pdf, key); }), "Unable to determine Sanitisation Message ID");
+        EXPECT_EQ(thrown([&] { pool.getAnalysisGroupID(ft_pdf, 1); }), "Unable to determine Analysis Group ID");
     }
 }
 
@@ -167,14 +164,7 @@ TEST(CameraPool, SameTypeGoesToTheFirstFileName)
 // the main-type one.
 TEST(CameraPool, FileTypeQuestionsTakeTheFirstNonZeroAnswerInNameOrder)
 {
-    struct Outcome
-    {
-        ft_t main;
-        const char *mainReason;
-        ft_t sub;
-        const char *subReason;
-        bool fault;
-    };
+    struct Outcome { ft_t main; const char *mainReason; ft_t sub; const char *subReason; bool fault; };
     const Outcome xls{ft_xls, "xls: main type", ft_cfb, "xls: sub-type", false};
     const Outcome rival{ft_xlsx, "rival: main type", ft_zip, "rival: sub-type", false};
     const Outcome declined{ft_unknown, "decline: not mine", ft_unknown, "decline: no sub-type", false};
@@ -185,11 +175,9 @@ TEST(CameraPool, FileTypeQuestionsTakeTheFirstNonZeroAnswerInNameOrder)
         Outcome expected;
     } cases[] = {
         {"0 then 21", VX_TEST_MODULE_DECLINE, VX_TEST_MODULE_XLS, "xls", "XLS data", xls},
-        {"21 then 0", VX_TEST_MODULE_XLS, VX_TEST_MODULE_DECLINE, "xls", "XLS data", xls},
         {"a reason given with 0 survives a later silent 0", VX_TEST_MODULE_DECLINE, VX_TEST_MODULE_XLS, "doc", "plain",
          declined},
-        {"two answers: the first name wins", VX_TEST_MODULE_XLS, VX_TEST_MODULE_XLS_RIVAL, "xls", "XLS data", xls},
-        {"two answers, names swapped", VX_TEST_MODULE_XLS_RIVAL, VX_TEST_MODULE_XLS, "xls", "XLS data", rival},
+        {"two answers: the first name wins", VX_TEST_MODULE_XLS_RIVAL, VX_TEST_MODULE_XLS, "xls", "XLS data", rival},
         {"a throw hides a later answer", VX_TEST_MODULE_THROW, VX_TEST_MODULE_XLS, "xls", "XLS data", failing},
         {"a plug-in after an answer is never asked", VX_TEST_MODULE_XLS, VX_TEST_MODULE_THROW, "xls", "XLS data", xls},
     };
