@@ -1,12 +1,9 @@
 #pragma once
 
-// Reading analysis reports back in tests: the bytes of a buffer, a
-// well-formedness check with Qt's XML reader, and the texts and attributes of
-// elements in document order.
+// Reading analysis reports back with Qt's XML reader.
 
 #include "buffers/MemoryBuffer.h"
 
-#include <QString>
 #include <QStringList>
 #include <QXmlStreamReader>
 
@@ -17,42 +14,21 @@ inline std::string bufferText(const MemoryBuffer &buffer)
     return std::string(reinterpret_cast<const char *>(buffer.constData()), buffer.sizeOfMB());
 }
 
-// Empty for a well-formed, namespace-correct document; otherwise where and
-// why the reader stopped.
-inline QString xmlProblem(const std::string &text)
-{
-    QXmlStreamReader reader(QByteArray::fromStdString(text));
-    while (!reader.atEnd())
-        reader.readNext();
-    if (!reader.hasError())
-        return QString();
-    return QStringLiteral("line %1 column %2: %3")
-        .arg(reader.lineNumber())
-        .arg(reader.columnNumber())
-        .arg(reader.errorString());
-}
-
-// The text content of every element with that qualified name, in order.
-inline QStringList elementTexts(const std::string &text, const QString &qualifiedName)
-{
-    QStringList texts;
-    QXmlStreamReader reader(QByteArray::fromStdString(text));
-    while (!reader.atEnd()) {
-        if (reader.readNext() == QXmlStreamReader::StartElement && reader.qualifiedName() == qualifiedName)
-            texts << reader.readElementText(QXmlStreamReader::IncludeChildElements);
-    }
-    return texts;
-}
-
-// The value of an attribute on every element with that qualified name, in order.
-inline QStringList attributeValues(const std::string &text, const QString &qualifiedName,
-                                   const QString &attribute)
+// In document order, for every element of that qualified name: its text, or
+// the value of the named attribute. A document that is not well-formed (or not
+// namespace-correct) gives instead one line saying where and why the reader
+// stopped, so xmlValues(text, {}) is empty exactly for a well-formed document.
+inline QStringList xmlValues(const std::string &text, const QString &element, const QString &attribute = QString())
 {
     QStringList values;
     QXmlStreamReader reader(QByteArray::fromStdString(text));
     while (!reader.atEnd()) {
-        if (reader.readNext() == QXmlStreamReader::StartElement && reader.qualifiedName() == qualifiedName)
-            values << reader.attributes().value(attribute).toString();
+        if (reader.readNext() != QXmlStreamReader::StartElement || reader.qualifiedName() != element)
+            continue;
+        values << (attribute.isEmpty() ? reader.readElementText(QXmlStreamReader::IncludeChildElements)
+                                       : reader.attributes().value(attribute).toString());
     }
+    if (reader.hasError())
+        return {QStringLiteral("line %1: %2").arg(reader.lineNumber()).arg(reader.errorString())};
     return values;
 }
