@@ -13,6 +13,10 @@ using namespace cfbtest;
 
 namespace {
 
+const char *const kById = "class identifier";
+const char *const kByStreams = "structure match";
+const char *const kNone = "untouched";
+
 // The structure root is only checked for null.
 BDDLStructBase_Root *someRoot()
 {
@@ -23,14 +27,12 @@ BDDLStructBase_Root *someRoot()
 // A class identifier as stored: three little-endian fields, then eight bytes.
 QByteArray storedClassId(const char *text)
 {
-    const QByteArray be = QUuid(QString::fromLatin1(text)).toRfc4122();
-    QByteArray b = be;
-    for (int i = 0; i < 4; ++i)
-        b[i] = be[3 - i];
-    b[4] = be[5];
-    b[5] = be[4];
-    b[6] = be[7];
-    b[7] = be[6];
+    const QUuid id(QString::fromLatin1(text));
+    QByteArray b(16, '\0');
+    qToLittleEndian(id.data1, b.data());
+    qToLittleEndian(id.data2, b.data() + 4);
+    qToLittleEndian(id.data3, b.data() + 6);
+    std::memcpy(b.data() + 8, id.data4, 8);
     return b;
 }
 
@@ -39,137 +41,97 @@ QByteArray fileWithRoot(const char *clsid, const std::vector<BuiltStream> &strea
     return buildCompoundFile(streams, 9, clsid ? storedClassId(clsid) : QByteArray(16, '\0')).bytes;
 }
 
-struct Outcome
+// The sub-type and reason found with the cursor in the middle; the buffer
+// must be left at 0.
+std::pair<int, QString> determine(const QByteArray &bytes)
 {
-    ft_t type;
-    QString reason;
-};
-
-Outcome determine(const QByteArray &bytes)
-{
-    MemoryBuffer buffer = toBuffer(bytes);
+    MemoryBuffer buffer = bufferOf(bytes);
     buffer.seek(buffer.sizeOfMB() / 2, MBSeekStart);
-    const char *reason = "untouched";
-    FileType registry;
-    const ft_t type = registry.determineCfbSubType(&buffer, &reason, someRoot());
+    const char *reason = kNone;
+    const ft_t type = FileType().determineCfbSubType(&buffer, &reason, someRoot());
     EXPECT_EQ(buffer.tell(), 0u) << "the buffer is left at position 0";
-    return {type, QString::fromLatin1(reason)};
+    return {int(type), QString::fromLatin1(reason)};
 }
 
 } // namespace
 
 TEST(CfbSubType, RootClassIdentifiersThroughTheRegistry)
 {
-    struct Case
-    {
-        const char *clsid;
-        ft_t type;
-        const char *reason;
-    };
+    struct Case { const char *clsid; int type; const char *reason; };
     const Case cases[] = {
-        {"{00020906-0000-0000-C000-000000000046}", ft_doc, "class identifier"},
-        {"{00020820-0000-0000-C000-000000000046}", ft_xls, "class identifier"},
-        {"{64818D10-4F9B-11CF-86EA-00AA00B929E8}", ft_ppt, "class identifier"},
-        {"{B801CA65-A1FC-11D0-85AD-444553540000}", ft_pdf, "class identifier"},
-        {"{48123BC4-99D9-11D1-A6B3-00C04FD91555}", ft_xml, "class identifier"},
-        {"{F4754C9B-64F5-4B40-8AF4-679732AC0607}", ft_cfb_docx, "class identifier"},
-        {"{00020832-0000-0000-C000-000000000046}", ft_cfb_xlsx, "class identifier"},
-        {"{DC020317-E6E2-4A62-B9FA-B3EFE16626F4}", ft_cfb_pptx, "class identifier"},
+        {"{00020906-0000-0000-C000-000000000046}", 17, kById},  // Word
+        {"{00020820-0000-0000-C000-000000000046}", 21, kById},  // Excel
+        {"{64818D10-4F9B-11CF-86EA-00AA00B929E8}", 19, kById},  // PowerPoint
+        {"{F4754C9B-64F5-4B40-8AF4-679732AC0607}", 768, kById}, // Open XML inside: document
+        {"{00020832-0000-0000-C000-000000000046}", 769, kById}, // workbook
+        {"{DC020317-E6E2-4A62-B9FA-B3EFE16626F4}", 770, kById}, // presentation
+        {"{B801CA65-A1FC-11D0-85AD-444553540000}", ft_pdf, kById},
+        {"{48123BC4-99D9-11D1-A6B3-00C04FD91555}", ft_xml, kById},
         // The image rows store "cf" in lower case, so the upper-cased text never matches.
-        {"{25336920-03F9-11CF-8FD0-00AA00686F13}", ft_unknown, "untouched"},
-        // Rows of type 0.
-        {"{00021A14-0000-0000-C000-000000000046}", ft_unknown, "untouched"},
-        {"{D3E34B21-9D75-101A-8C3D-00AA001A1652}", ft_unknown, "untouched"},
-        {"{12345678-1234-1234-1234-123456789ABC}", ft_unknown, "untouched"},
-        {nullptr, ft_unknown, "untouched"},
+        {"{25336920-03F9-11CF-8FD0-00AA00686F13}", 0, kNone},
+        {"{00021A14-0000-0000-C000-000000000046}", 0, kNone}, // rows of type 0
+        {"{D3E34B21-9D75-101A-8C3D-00AA001A1652}", 0, kNone},
+        {"{12345678-1234-1234-1234-123456789ABC}", 0, kNone},
+        {nullptr, 0, kNone},
     };
     for (const Case &c : cases) {
-        const Outcome o = determine(fileWithRoot(c.clsid));
-        EXPECT_EQ(o.type, c.type) << (c.clsid ? c.clsid : "all zeros");
-        EXPECT_EQ(o.reason, QString::fromLatin1(c.reason)) << (c.clsid ? c.clsid : "all zeros");
+        const auto found = determine(fileWithRoot(c.clsid));
+        EXPECT_EQ(found, std::make_pair(c.type, QString::fromLatin1(c.reason))) << (c.clsid ? c.clsid : "all zeros");
     }
 }
 
-TEST(CfbSubType, OfficeFilesWithoutAKnownIdentifierAreKnownByTheirRootStreams)
+TEST(CfbSubType, WithoutAKnownIdentifierTheRootStreamsDecide)
 {
-    struct Case
-    {
-        const char *what;
-        const char *clsid;
-        std::vector<BuiltStream> streams;
-        ft_t type;
-    };
+    struct Case { const char *what; const char *clsid; std::vector<BuiltStream> streams; int type; const char *reason; };
     const Case cases[] = {
-        {"word", nullptr, {{QStringLiteral("WordDocument"), "w"}, {QStringLiteral("1Table"), "t"}}, ft_doc},
-        {"excel", nullptr, {{QStringLiteral("Workbook"), "b"}}, ft_xls},
-        {"excel 5 identifier", "{00020810-0000-0000-C000-000000000046}", {{QStringLiteral("Workbook"), "b"}}, ft_xls},
-        {"powerpoint", nullptr, {{QStringLiteral("PowerPoint Document"), "p"}, {QStringLiteral("Current User"), "u"}}, ft_ppt},
-        {"tables alone", nullptr, {{QStringLiteral("0Table"), "t"}, {QStringLiteral("1Table"), "t"}}, ft_unknown},
-        {"current user alone", nullptr, {{QStringLiteral("Current User"), "u"}}, ft_unknown},
-        {"names differ in case", nullptr, {{QStringLiteral("workbook"), "b"}}, ft_unknown},
+        {"word", nullptr, {{QStringLiteral("WordDocument"), "w"}, {QStringLiteral("1Table"), "t"}}, 17, kByStreams},
+        {"excel", nullptr, {{QStringLiteral("Workbook"), "b"}}, 21, kByStreams},
+        {"excel 5 identifier", "{00020810-0000-0000-C000-000000000046}", {{QStringLiteral("Workbook"), "b"}}, 21, kByStreams},
+        {"powerpoint", nullptr, {{QStringLiteral("PowerPoint Document"), "p"}, {QStringLiteral("Current User"), "u"}}, 19, kByStreams},
+        {"tables alone", nullptr, {{QStringLiteral("0Table"), "t"}, {QStringLiteral("1Table"), "t"}}, 0, kNone},
+        {"current user alone", nullptr, {{QStringLiteral("Current User"), "u"}}, 0, kNone},
+        {"names differ in case", nullptr, {{QStringLiteral("workbook"), "b"}}, 0, kNone},
+        {"the identifier wins", "{64818D10-4F9B-11CF-86EA-00AA00B929E8}", {{QStringLiteral("WordDocument"), "w"}}, 19, kById},
     };
-    for (const Case &c : cases) {
-        const Outcome o = determine(fileWithRoot(c.clsid, c.streams));
-        EXPECT_EQ(o.type, c.type) << c.what;
-        EXPECT_EQ(o.reason, c.type ? QStringLiteral("structure match") : QStringLiteral("untouched")) << c.what;
-    }
-    // The identifier wins over the streams.
-    const Outcome o = determine(fileWithRoot("{64818D10-4F9B-11CF-86EA-00AA00B929E8}", {{QStringLiteral("WordDocument"), "w"}}));
-    EXPECT_EQ(o.type, ft_ppt);
-    EXPECT_EQ(o.reason, QStringLiteral("class identifier"));
+    for (const Case &c : cases)
+        EXPECT_EQ(determine(fileWithRoot(c.clsid, c.streams)), std::make_pair(c.type, QString::fromLatin1(c.reason))) << c.what;
 }
 
-TEST(CfbSubType, FilesSavedByAnOfficeSuite)
+TEST(CfbSubType, FilesOfAnOfficeSuiteAndOtherBytes)
 {
-    struct Case
-    {
-        const char *file;
-        ft_t type;
-        const char *reason;
+    const std::pair<QByteArray, std::pair<int, QString>> cases[] = {
+        {readFile(fixture(QStringLiteral("writer.doc"))), {17, kById}},
+        {readFile(fixture(QStringLiteral("impress.ppt"))), {19, kById}},
+        {readFile(fixture(QStringLiteral("calc.xls"))), {21, kByStreams}},
+        {QByteArray("PK\x03\x04\x14\x00\x00\x00zip archive", 19), {0, kNone}},
+        {QByteArray("%PDF-1.7\n%\xE2\xE3"), {0, kNone}},
+        {QByteArray(), {0, kNone}},
+        {fileWithRoot(nullptr).left(512), {0, kNone}},
     };
-    for (const Case &c : {Case{"writer.doc", ft_doc, "class identifier"}, Case{"impress.ppt", ft_ppt, "class identifier"},
-                          Case{"calc.xls", ft_xls, "structure match"}}) {
-        const Outcome o = determine(readFile(fixture(QString::fromLatin1(c.file))));
-        EXPECT_EQ(o.type, c.type) << c.file;
-        EXPECT_EQ(o.reason, QString::fromLatin1(c.reason)) << c.file;
-    }
-}
-
-TEST(CfbSubType, OtherBytesAreNoCompoundFile)
-{
-    for (const QByteArray &bytes : {QByteArray("PK\x03\x04\x14\x00\x00\x00zip archive", 19), QByteArray("%PDF-1.7\n%\xE2\xE3"),
-                                    QByteArray(), fileWithRoot(nullptr).left(512)}) {
-        const Outcome o = determine(bytes);
-        EXPECT_EQ(o.type, ft_unknown) << bytes.left(8).toHex().constData();
-        EXPECT_EQ(o.reason, QStringLiteral("untouched"));
-    }
+    for (const auto &c : cases)
+        EXPECT_EQ(determine(c.first), c.second) << c.first.left(16).toHex().constData();
 }
 
 TEST(CfbSubType, WithoutARootNothingIsTouched)
 {
-    MemoryBuffer buffer = toBuffer(fileWithRoot("{00020906-0000-0000-C000-000000000046}"));
+    MemoryBuffer buffer = bufferOf(fileWithRoot("{00020906-0000-0000-C000-000000000046}"));
     buffer.seek(77, MBSeekStart);
-    const char *reason = "untouched";
+    const char *reason = kNone;
     EXPECT_EQ(FileType().determineCfbSubType(&buffer, &reason, nullptr), ft_unknown);
     EXPECT_EQ(buffer.tell(), 77u);
-    EXPECT_STREQ(reason, "untouched");
-    // A null reason is allowed.
-    EXPECT_EQ(FileType().determineCfbSubType(&buffer, nullptr, someRoot()), ft_doc);
+    EXPECT_STREQ(reason, kNone);
+    EXPECT_EQ(FileType().determineCfbSubType(&buffer, nullptr, someRoot()), 17) << "a null reason is allowed";
 }
 
 TEST(CfbSubType, DirectoryNameErrorsReachTheCallerWithTheBufferRewound)
 {
     BuiltFile built = buildCompoundFile({{QStringLiteral("x"), "data"}});
     put16(built.bytes, built.dirEntryOffset(1) + 64, 7);
-    MemoryBuffer buffer = toBuffer(built.bytes);
+    MemoryBuffer buffer = bufferOf(built.bytes);
     buffer.seek(9, MBSeekStart);
-    const char *reason = "untouched";
-    try {
-        FileType().determineCfbSubType(&buffer, &reason, someRoot());
-        ADD_FAILURE() << "no exception";
-    } catch (const char *message) {
-        EXPECT_STREQ(message, "Error in CFB - name length is odd");
-    }
+    const char *reason = kNone;
+    EXPECT_EQ(thrownBy([&] { FileType().determineCfbSubType(&buffer, &reason, someRoot()); }),
+              QStringLiteral("Error in CFB - name length is odd"));
     EXPECT_EQ(buffer.tell(), 0u);
-    EXPECT_STREQ(reason, "untouched");
+    EXPECT_STREQ(reason, kNone);
 }
