@@ -36,7 +36,7 @@ QByteArray storedClassId(const char *text)
     return b;
 }
 
-QByteArray fileWithRoot(const char *clsid, const std::vector<BuiltStream> &streams = {{QStringLiteral("x"), "data"}})
+QByteArray fileWithRoot(const char *clsid, const std::vector<BuiltStream> &streams = {})
 {
     return buildCompoundFile(streams, 9, clsid ? storedClassId(clsid) : QByteArray(16, '\0')).bytes;
 }
@@ -55,46 +55,42 @@ std::pair<int, QString> determine(const QByteArray &bytes)
 
 } // namespace
 
-TEST(CfbSubType, RootClassIdentifiersThroughTheRegistry)
+TEST(CfbSubType, RootClassIdentifierThroughTheRegistryElseTheRootStreams)
 {
-    struct Case { const char *clsid; int type; const char *reason; };
+    const std::vector<BuiltStream> word{{QStringLiteral("WordDocument"), "w"}, {QStringLiteral("1Table"), "t"}};
+    const std::vector<BuiltStream> workbook{{QStringLiteral("Workbook"), "b"}};
+    struct Case { const char *clsid; std::vector<BuiltStream> streams; int type; const char *reason; };
     const Case cases[] = {
-        {"{00020906-0000-0000-C000-000000000046}", 17, kById},  // Word
-        {"{00020820-0000-0000-C000-000000000046}", 21, kById},  // Excel
-        {"{64818D10-4F9B-11CF-86EA-00AA00B929E8}", 19, kById},  // PowerPoint
-        {"{F4754C9B-64F5-4B40-8AF4-679732AC0607}", 768, kById}, // Open XML inside: document
-        {"{00020832-0000-0000-C000-000000000046}", 769, kById}, // workbook
-        {"{DC020317-E6E2-4A62-B9FA-B3EFE16626F4}", 770, kById}, // presentation
-        {"{B801CA65-A1FC-11D0-85AD-444553540000}", ft_pdf, kById},
-        {"{48123BC4-99D9-11D1-A6B3-00C04FD91555}", ft_xml, kById},
+        {"{00020906-0000-0000-C000-000000000046}", {}, 17, kById},  // Word
+        {"{00020820-0000-0000-C000-000000000046}", {}, 21, kById},  // Excel
+        {"{64818D10-4F9B-11CF-86EA-00AA00B929E8}", {}, 19, kById},  // PowerPoint
+        {"{F4754C9B-64F5-4B40-8AF4-679732AC0607}", {}, 768, kById}, // Open XML inside: document
+        {"{00020832-0000-0000-C000-000000000046}", {}, 769, kById}, // workbook
+        {"{DC020317-E6E2-4A62-B9FA-B3EFE16626F4}", {}, 770, kById}, // presentation
+        {"{B801CA65-A1FC-11D0-85AD-444553540000}", {}, ft_pdf, kById},
+        {"{48123BC4-99D9-11D1-A6B3-00C04FD91555}", {}, ft_xml, kById},
         // The image rows store "cf" in lower case, so the upper-cased text never matches.
-        {"{25336920-03F9-11CF-8FD0-00AA00686F13}", 0, kNone},
-        {"{00021A14-0000-0000-C000-000000000046}", 0, kNone}, // rows of type 0
-        {"{D3E34B21-9D75-101A-8C3D-00AA001A1652}", 0, kNone},
-        {"{12345678-1234-1234-1234-123456789ABC}", 0, kNone},
-        {nullptr, 0, kNone},
+        {"{25336920-03F9-11CF-8FD0-00AA00686F13}", {}, 0, kNone},
+        {"{00021A14-0000-0000-C000-000000000046}", {}, 0, kNone}, // rows of type 0
+        {"{D3E34B21-9D75-101A-8C3D-00AA001A1652}", {}, 0, kNone},
+        {"{12345678-1234-1234-1234-123456789ABC}", {}, 0, kNone},
+        {nullptr, {}, 0, kNone},
+        // Without a known identifier the root's streams decide.
+        {nullptr, word, 17, kByStreams},
+        {nullptr, workbook, 21, kByStreams},
+        {"{00020810-0000-0000-C000-000000000046}", workbook, 21, kByStreams}, // an older workbook's
+        {nullptr, {{QStringLiteral("PowerPoint Document"), "p"}, {QStringLiteral("Current User"), "u"}}, 19, kByStreams},
+        {nullptr, {{QStringLiteral("0Table"), "t"}, {QStringLiteral("1Table"), "t"}}, 0, kNone},
+        {nullptr, {{QStringLiteral("Current User"), "u"}}, 0, kNone},
+        {nullptr, {{QStringLiteral("workbook"), "b"}}, 0, kNone}, // names are case-sensitive
+        {"{64818D10-4F9B-11CF-86EA-00AA00B929E8}", word, 19, kById}, // the identifier wins
     };
     for (const Case &c : cases) {
-        const auto found = determine(fileWithRoot(c.clsid));
-        EXPECT_EQ(found, std::make_pair(c.type, QString::fromLatin1(c.reason))) << (c.clsid ? c.clsid : "all zeros");
+        QString label = QString::fromLatin1(c.clsid ? c.clsid : "all zeros");
+        for (const BuiltStream &s : c.streams)
+            label += QLatin1Char(' ') + s.name;
+        EXPECT_EQ(determine(fileWithRoot(c.clsid, c.streams)), std::make_pair(c.type, QString::fromLatin1(c.reason))) << qPrintable(label);
     }
-}
-
-TEST(CfbSubType, WithoutAKnownIdentifierTheRootStreamsDecide)
-{
-    struct Case { const char *what; const char *clsid; std::vector<BuiltStream> streams; int type; const char *reason; };
-    const Case cases[] = {
-        {"word", nullptr, {{QStringLiteral("WordDocument"), "w"}, {QStringLiteral("1Table"), "t"}}, 17, kByStreams},
-        {"excel", nullptr, {{QStringLiteral("Workbook"), "b"}}, 21, kByStreams},
-        {"excel 5 identifier", "{00020810-0000-0000-C000-000000000046}", {{QStringLiteral("Workbook"), "b"}}, 21, kByStreams},
-        {"powerpoint", nullptr, {{QStringLiteral("PowerPoint Document"), "p"}, {QStringLiteral("Current User"), "u"}}, 19, kByStreams},
-        {"tables alone", nullptr, {{QStringLiteral("0Table"), "t"}, {QStringLiteral("1Table"), "t"}}, 0, kNone},
-        {"current user alone", nullptr, {{QStringLiteral("Current User"), "u"}}, 0, kNone},
-        {"names differ in case", nullptr, {{QStringLiteral("workbook"), "b"}}, 0, kNone},
-        {"the identifier wins", "{64818D10-4F9B-11CF-86EA-00AA00B929E8}", {{QStringLiteral("WordDocument"), "w"}}, 19, kById},
-    };
-    for (const Case &c : cases)
-        EXPECT_EQ(determine(fileWithRoot(c.clsid, c.streams)), std::make_pair(c.type, QString::fromLatin1(c.reason))) << c.what;
 }
 
 TEST(CfbSubType, FilesOfAnOfficeSuiteAndOtherBytes)
