@@ -1,10 +1,13 @@
 #include "buffers/IOMemoryBuffer.h"
 #include "buffers/MemoryBuffer.h"
 
+#include "fixtures/fixtures.h"
 #include "qtprinters.h"
 
 #include <QTextStream>
 #include <gtest/gtest.h>
+
+#include <functional>
 
 namespace {
 
@@ -17,139 +20,77 @@ public:
     using IOMemoryBuffer::writeData;
 };
 
-MemoryBuffer bytes(size_t n)
-{
-    MemoryBuffer buffer(n);
-    for (size_t i = 0; i < n; ++i)
-        buffer.putUInt8(static_cast<uint8_t>(i + 1));
-    buffer.seek(0, MBSeekStart);
-    return buffer;
-}
-
 } // namespace
 
-TEST(IOMemoryBuffer, ClosedDeviceRefusesEverything)
+TEST(IOMemoryBuffer, RefusalsGiveMinusOneOrFalseAndSayWhy)
 {
-    MemoryBuffer buffer = bytes(4);
-    IOMemoryBuffer device(&buffer);
-    EXPECT_FALSE(device.isSequential());
-    EXPECT_EQ(device.size(), 4);
-    EXPECT_FALSE(device.seek(1));
-    EXPECT_EQ(device.errorString(), QStringLiteral("Device is not open"));
-    EXPECT_FALSE(device.reset());
-    char c;
-    EXPECT_EQ(device.read(&c, 1), -1);
+    char data[4] = {};
+    const QIODevice::OpenModeFlag closed = QIODevice::NotOpen, ro = QIODevice::ReadOnly, rw = QIODevice::ReadWrite;
+    const struct { const char *label; QIODevice::OpenModeFlag mode; std::function<qint64(Device &, MemoryBuffer &)> op;
+                   qint64 result; QString error; } cases[] = {
+        {"seek, closed", closed, [](auto &d, auto &) { return d.seek(1); }, 0, "Device is not open"},
+        {"reset, closed", closed, [](auto &d, auto &) { return d.reset(); }, 0, "Device is not open"},
+        {"read, closed", closed, [&](auto &d, auto &) { return d.readData(data, 1); }, -1, "Device is not open"},
+        {"write, closed", closed, [&](auto &d, auto &) { return d.writeData(data, 1); }, -1,
+         "MemoryBuffer: Device is not open"},
+        {"write, read-only", ro, [&](auto &d, auto &) { return d.writeData(data, 1); }, -1,
+         "MemoryBuffer: Device does not have Write permissions"},
+        {"read into null", rw, [](auto &d, auto &) { return d.readData(nullptr, 1); }, -1, "Data pointer is null"},
+        {"read, negative", rw, [&](auto &d, auto &) { return d.readData(data, -1); }, -1, "Negative length specified"},
+        {"write, negative", rw, [&](auto &d, auto &) { return d.writeData(data, -1); }, -1, "Negative length specified"},
+        {"seek, negative", rw, [](auto &d, auto &) { return d.seek(-1); }, 0, "Unable to convert from qint64 to size_t"},
+        {"read at the end", ro, [&](auto &d, auto &) { return d.seek(4) ? d.read(data, 1) : 9; }, -1,
+         "No more data available"},
+        {"write, fixed size", rw,
+         [](auto &d, auto &b) { b.allowBufferExpansion(false); return d.seek(4) ? d.write("x", 1) : 9; }, -1,
+         "Write beyond end of buffer occurred: Size of buffer (4), Offset (4), Size requested (1)"},
+        {"read, cursor beyond the end", ro,
+         [&](auto &d, auto &b) { b.restoreBufferState({9, true, MBNativeOrder});
+                                 return d.atEnd() && d.bytesAvailable() == 0 ? d.readData(data, 1) : 9; },
+         -1, "Arithmetic overflow"},
+    };
+    for (const auto &c : cases) {
+        MemoryBuffer buffer = bufferOf("abcd");
+        Device device(&buffer);
+        ASSERT_TRUE(c.mode == closed || device.open(c.mode)) << c.label;
+        EXPECT_EQ(c.op(device, buffer), c.result) << c.label;
+        EXPECT_EQ(device.errorString(), c.error) << c.label;
+    }
 }
 
-TEST(IOMemoryBuffer, TruncateEmptiesTheBuffer)
+TEST(IOMemoryBuffer, OpenModesSeekAndReadFollowTheBuffer)
 {
-    MemoryBuffer buffer = bytes(10);
-    IOMemoryBuffer device(&buffer);
-    ASSERT_TRUE(device.open(QIODevice::ReadWrite | QIODevice::Truncate));
-    EXPECT_EQ(buffer.sizeOfMB(), 0u);
-    EXPECT_EQ(device.write("abc", 3), 3);
-    EXPECT_EQ(buffer.sizeOfMB(), 3u);
-    EXPECT_EQ(buffer.getString(3, 0, MBSeekStart), "abc");
-}
+    MemoryBuffer buffer = bufferOf("0123456789");
+    const auto contents = [&] { return std::string(reinterpret_cast<const char *>(buffer.constData()), buffer.sizeOfMB()); };
+    IOMemoryBuffer truncating(&buffer), appending(&buffer), device(&buffer);
+    ASSERT_TRUE(truncating.open(QIODevice::ReadWrite | QIODevice::Truncate));
+    EXPECT_EQ(truncating.write("abc", 3), 3);
+    EXPECT_EQ(contents(), "abc");
+    buffer.seek(0);
+    ASSERT_TRUE(appending.open(QIODevice::WriteOnly | QIODevice::Append));
+    EXPECT_EQ(appending.write("z", 1), 1);
+    EXPECT_EQ(contents(), "abcz");
 
-TEST(IOMemoryBuffer, AppendStartsAtTheEnd)
-{
-    MemoryBuffer buffer = bytes(2);
-    IOMemoryBuffer device(&buffer);
-    ASSERT_TRUE(device.open(QIODevice::WriteOnly | QIODevice::Append));
-    EXPECT_EQ(device.write("z", 1), 1);
-    EXPECT_EQ(buffer.getBuffer(), (std::vector<unsigned char>{1, 2, 'z'}));
-}
-
-TEST(IOMemoryBuffer, SeekPastTheEndGrowsWithZeros)
-{
-    MemoryBuffer buffer = bytes(10);
     buffer.allowBufferExpansion(false);
-    IOMemoryBuffer device(&buffer);
-    ASSERT_TRUE(device.open(QIODevice::ReadWrite));
-    EXPECT_TRUE(device.seek(20));
-    EXPECT_EQ(buffer.sizeOfMB(), 20u);
-    EXPECT_EQ(buffer.tell(), 20u);
-    EXPECT_EQ(buffer.lookScalarArray<uint8_t>(10, 10, MBSeekStart, MBNativeOrder),
-              std::vector<uint8_t>(10, 0));
-    EXPECT_FALSE(device.seek(-1));
-    EXPECT_EQ(device.errorString(), QStringLiteral("Unable to convert from qint64 to size_t"));
-}
-
-TEST(IOMemoryBuffer, ReadsStopAtTheEnd)
-{
-    MemoryBuffer buffer = bytes(10);
-    IOMemoryBuffer device(&buffer);
     ASSERT_TRUE(device.open(QIODevice::ReadOnly));
-    ASSERT_TRUE(device.seek(6));
-    EXPECT_GE(device.bytesAvailable(), 4);
-    char data[100];
-    EXPECT_EQ(device.read(data, 100), 4);
-    EXPECT_EQ(data[0], 7);
-    EXPECT_TRUE(device.atEnd());
-    EXPECT_EQ(device.read(data, 1), -1);
-    EXPECT_EQ(device.errorString(), QStringLiteral("No more data available"));
-}
-
-TEST(IOMemoryBuffer, WritePermissionsAndRefusedGrowth)
-{
-    MemoryBuffer buffer = bytes(2);
-    Device readOnly(&buffer);
-    ASSERT_TRUE(readOnly.open(QIODevice::ReadOnly));
-    EXPECT_EQ(readOnly.writeData("x", 1), -1);
-    EXPECT_EQ(readOnly.errorString(),
-              QStringLiteral("MemoryBuffer: Device does not have Write permissions"));
-
-    buffer.allowBufferExpansion(false);
-    IOMemoryBuffer device(&buffer);
-    ASSERT_TRUE(device.open(QIODevice::WriteOnly));
+    ASSERT_TRUE(device.seek(10));
+    EXPECT_EQ(buffer.tell(), 10u);
+    EXPECT_EQ(contents(), std::string("abcz\0\0\0\0\0\0", 10)) << "seeking past the end grows with zeros, even so";
     ASSERT_TRUE(device.seek(2));
-    EXPECT_EQ(device.write("x", 1), -1);
-    EXPECT_EQ(device.errorString().toStdString(),
-              "Write beyond end of buffer occurred: Size of buffer (2), Offset (2), Size requested (1)");
-}
-
-TEST(IOMemoryBuffer, DataCallsCheckTheirArgumentsInOrder)
-{
-    MemoryBuffer buffer = bytes(4);
-    Device device(&buffer);
-    char data[4];
-    EXPECT_EQ(device.readData(data, 1), -1);
-    EXPECT_EQ(device.errorString(), QStringLiteral("Device is not open"));
-    EXPECT_EQ(device.writeData(data, 1), -1);
-    EXPECT_EQ(device.errorString(), QStringLiteral("MemoryBuffer: Device is not open"));
-
-    ASSERT_TRUE(device.open(QIODevice::ReadWrite));
-    EXPECT_EQ(device.readData(nullptr, 1), -1);
-    EXPECT_EQ(device.errorString(), QStringLiteral("Data pointer is null"));
-    EXPECT_EQ(device.readData(data, -1), -1);
-    EXPECT_EQ(device.errorString(), QStringLiteral("Negative length specified"));
-    EXPECT_EQ(device.writeData(data, -1), -1);
-    EXPECT_EQ(device.errorString(), QStringLiteral("Negative length specified"));
-    EXPECT_EQ(device.writeData(data, 0), 0);
-    EXPECT_EQ(device.readData(data, 0), 0);
-    EXPECT_EQ(buffer.tell(), 0u);
-
-    buffer.restoreBufferState(MemoryBufferState{9, true, MBNativeOrder});
-    EXPECT_EQ(device.readData(data, 1), -1);
-    EXPECT_EQ(device.errorString(), QStringLiteral("Arithmetic overflow"));
+    char data[100];
+    EXPECT_EQ(device.read(data, 100), 8) << "reads stop at the end";
+    EXPECT_EQ(data[0], 'c');
     EXPECT_TRUE(device.atEnd());
-    EXPECT_EQ(device.bytesAvailable(), 0);
 }
 
 TEST(IOMemoryBuffer, QtStreamsWorkOverTheBuffer)
 {
     MemoryBuffer buffer;
-    {
-        IOMemoryBuffer device(&buffer);
-        ASSERT_TRUE(device.open(QIODevice::WriteOnly));
-        QTextStream out(&device);
-        out << "line one\nline two\n";
-    }
-    IOMemoryBuffer device(&buffer);
-    ASSERT_TRUE(device.open(QIODevice::ReadOnly));
-    ASSERT_TRUE(device.reset());
-    QTextStream in(&device);
+    IOMemoryBuffer writer(&buffer), reader(&buffer);
+    ASSERT_TRUE(writer.open(QIODevice::WriteOnly));
+    QTextStream(&writer) << "line one\nline two\n"; // flushed when the stream goes
+    ASSERT_TRUE(reader.open(QIODevice::ReadOnly) && reader.reset());
+    QTextStream in(&reader);
     EXPECT_EQ(in.readLine(), QStringLiteral("line one"));
     EXPECT_EQ(in.readLine(), QStringLiteral("line two"));
 }

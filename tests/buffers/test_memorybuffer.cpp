@@ -1,516 +1,273 @@
+#include "buffers/FileIO.h"
 #include "buffers/MemoryBuffer.h"
 
-#include <QFile>
+#include "fixtures/fixtures.h"
+
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <array>
+#include <functional>
 #include <limits>
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using MB = MemoryBuffer;
 
-MemoryBuffer bufferOf(const Bytes &bytes)
+MB hexBuffer(const char *hex) { return bufferOf(QByteArray::fromHex(hex)); }
+
+std::string hexOf(const MB &b)
 {
-    MemoryBuffer buffer;
-    if (!bytes.empty())
-        buffer.putRawBytes(bytes.data(), bytes.size());
-    buffer.seek(0, MBSeekStart);
-    return buffer;
+    return QByteArray(reinterpret_cast<const char *>(b.constData()), int(b.sizeOfMB())).toHex().toStdString();
 }
 
-template <typename Exception, typename F>
+// The message of what f throws; empty when it throws nothing.
+template <typename F>
 std::string messageOf(F &&f)
 {
-    try {
-        f();
-    } catch (const Exception &e) {
-        return e.what();
-    }
-    return "<no exception>";
+    try { f(); } catch (const std::exception &e) { return e.what(); }
+    return std::string();
 }
 
 template <typename T>
-Bytes bytesOf(T value)
+std::string hexOfValue(T value)
 {
-    Bytes b(sizeof(T));
-    std::memcpy(b.data(), &value, sizeof(T));
-    return b;
+    return QByteArray(reinterpret_cast<const char *>(&value), sizeof(T)).toHex().toStdString();
 }
 
+// One accessor family, each triple being plain, LE, BE: the plain accessors
+// follow the buffer's order, LE is this host's order, BE reversed; get
+// advances by the width, look does not.
 template <typename T>
-T sampleValue()
+void checkOrdered(const char *name, std::array<void (MB::*)(T), 3> put, std::array<T (MB::*)(), 3> get,
+                  std::array<T (MB::*)() const, 3> look)
 {
-    // A value whose bytes are all different, so any misordering shows.
+    SCOPED_TRACE(name);
+    const QByteArray bytes = QByteArray::fromHex("1122334455667788").left(sizeof(T)); // all differ
     T value;
-    unsigned char raw[sizeof(T)];
-    for (size_t i = 0; i < sizeof(T); ++i)
-        raw[i] = static_cast<unsigned char>(0x11 * (i + 1));
-    std::memcpy(&value, raw, sizeof(T));
-    return value;
+    std::memcpy(&value, bytes.constData(), sizeof(T));
+    const std::string native = bytes.toHex().toStdString(),
+                      reversed = QByteArray::fromStdString({bytes.crbegin(), bytes.crend()}).toHex().toStdString();
+    MB b;
+    (b.*put[0])(value);
+    (b.*put[1])(value);
+    b.byteOrder(MBBigEndian);
+    (b.*put[0])(value);
+    (b.*put[2])(value);
+    ASSERT_EQ(hexOf(b), native + native + reversed + reversed);
+    b.seek(0);
+    b.byteOrder(MBNativeOrder);
+    for (T got : {(b.*look[1])(), (b.*get[1])(), (b.*get[0])(), (b.*look[2])(), (b.*get[2])()})
+        EXPECT_EQ(hexOfValue(got), native);
+    EXPECT_EQ(b.tell(), 3 * sizeof(T));
+    b.byteOrder(MBBigEndian);
+    for (T got : {(b.*look[0])(), (b.*get[0])()})
+        EXPECT_EQ(hexOfValue(got), native);
+    EXPECT_EQ(b.sizeToEof(), 0u);
 }
 
 } // namespace
 
-// --- construction, moves --------------------------------------------------------
-
-TEST(MemoryBufferConstruction, FreshBuffersStartAtCursorZeroGrowableNativeOrder)
+TEST(MemoryBuffer, EveryAccessorFamilyHonoursWidthAndOrder)
 {
-    unsigned char data[] = {1, 2, 3};
-    MemoryBuffer sized(5);
-    MemoryBuffer copied(3, data);
-    for (MemoryBuffer *b : {&sized, &copied}) {
-        EXPECT_EQ(b->tell(), 0u);
-        EXPECT_TRUE(b->allowBufferExpansion());
-        EXPECT_EQ(b->byteOrder(), MBNativeOrder);
+#define VX_CHECK_ORDERED(Name, Type)                                                               \
+    checkOrdered<Type>(#Name, {&MB::put##Name, &MB::put##Name##LE, &MB::put##Name##BE},             \
+                       {&MB::get##Name, &MB::get##Name##LE, &MB::get##Name##BE},                    \
+                       {&MB::look##Name, &MB::look##Name##LE, &MB::look##Name##BE});
+    VX_MB_ORDERED_TYPES(VX_CHECK_ORDERED)
+#undef VX_CHECK_ORDERED
+#define VX_CHECK_BYTE(Name, Type)                                                                  \
+    {                                                                                              \
+        MB b;                                                                                      \
+        b.byteOrder(MBBigEndian);                                                                  \
+        b.put##Name(static_cast<Type>(0x81));                                                      \
+        b.seek(0);                                                                                 \
+        for (Type got : {b.look##Name(), b.get##Name()})                                           \
+            EXPECT_EQ(got, static_cast<Type>(0x81)) << #Name;                                       \
+        EXPECT_EQ(hexOf(b), "81") << #Name;                                                        \
     }
-    EXPECT_EQ(sized.getBuffer(), Bytes(5, 0));
-    EXPECT_EQ(sized.getCapacity(), 5u);
-    EXPECT_EQ(copied.getBuffer(), (Bytes{1, 2, 3}));
+    VX_MB_BYTE_TYPES(VX_CHECK_BYTE)
+#undef VX_CHECK_BYTE
 }
 
-TEST(MemoryBufferConstruction, MoveConstructionEmptiesTheSource)
+TEST(MemoryBuffer, BigEndianFloatsKeepTheirExactBits)
 {
-    MemoryBuffer source = bufferOf({1, 2, 3});
-    source.m_name = "doc";
-    source.m_streamName = "stream";
-    MemoryBuffer target(std::move(source));
-    EXPECT_EQ(target.getBuffer(), (Bytes{1, 2, 3}));
-    EXPECT_EQ(target.m_name, "doc");
-    EXPECT_EQ(target.m_streamName, "stream");
-    EXPECT_EQ(source.sizeOfMB(), 0u);
-    EXPECT_TRUE(source.m_name.empty());
-    EXPECT_TRUE(source.m_streamName.empty());
+    const double doubles[] = {-0.1, 3.141592653589793, 1e-310, -2.5e300};
+    MB b;
+    b.putFLoatBE(1.5f);
+    for (double d : doubles)
+        b.putDoubleBE(d);
+    EXPECT_EQ(hexOf(b).substr(0, 24), "3fc00000bfb999999999999a");
+    b.seek(0);
+    EXPECT_EQ(b.getFloatBE(), 1.5f);
+    for (double d : doubles)
+        EXPECT_EQ(hexOfValue(b.getDoubleBE()), hexOfValue(d)) << d;
 }
 
-TEST(MemoryBufferConstruction, MoveAssignmentExchangesNames)
+TEST(MemoryBuffer, SeekModes)
 {
-    MemoryBuffer source = bufferOf({7, 8});
-    source.seek(1, MBSeekStart);
+    const struct { size_t offset; MBSeek how; size_t cursor; } cases[] = {
+        {10, MBSeekStart, 10}, {3, MBSeekForward, 7}, {4, MBSeekBackward, 0}, {3, MBSeekEnd, 7},
+        {2, static_cast<MBSeek>(9), 2}, // unknown modes count from the start
+    };
+    for (const auto &c : cases) {
+        MB buffer(10);
+        buffer.seek(4);
+        EXPECT_EQ(buffer.seek(c.offset, c.how), c.cursor) << c.offset << " mode " << c.how;
+        EXPECT_EQ(buffer.tell(), c.cursor) << c.offset << " mode " << c.how;
+    }
+}
+
+// Every failure names its numbers and leaves the cursor and the bytes as they were.
+TEST(MemoryBuffer, FailuresReportTheirNumbersAndChangeNothing)
+{
+    volatile size_t hugeCount = std::numeric_limits<size_t>::max() / 2; // comes from input in real use
+    const size_t huge = hugeCount;
+    const std::string read = "Read beyond end of buffer occurred: Size of buffer (10), ",
+                      write = "Write beyond end of buffer occurred: Size of buffer (10), ",
+                      seek = "Seek beyond end of buffer occurred: Size of buffer (10), Old offset (5), ",
+                      overflow = "Arithmetic overflow";
+    const struct { const char *label; std::function<void(MB &)> op; std::string message; } cases[] = {
+        {"seek past the end", [](auto &b) { b.seek(11); }, seek + "New offset (11)"},
+        {"seek forward past the end", [](auto &b) { b.seek(6, MBSeekForward); }, seek + "New offset (11)"},
+        {"seek forward, overflow", [](auto &b) { b.seek(SIZE_MAX, MBSeekForward); }, overflow},
+        {"seek before the start", [](auto &b) { b.seek(6, MBSeekBackward); }, overflow},
+        {"seek from the end before the start", [](auto &b) { b.seek(11, MBSeekEnd); }, overflow},
+        {"get", [](auto &b) { b.getUInt64(); }, read + "Offset (5), Size requested (8)"},
+        {"positional string", [](auto &b) { b.getString(4, 8, MBSeekStart); }, read + "Offset (8), Size requested (4)"},
+        {"positional string, bad seek", [](auto &b) { b.getString(1, 11, MBSeekStart); }, seek + "New offset (11)"},
+        {"array look", [](auto &b) { uint32_t out[2]; b.lookScalarArray(out, 2, 6, MBSeekStart, MBNativeOrder); },
+         read + "Offset (6), Size requested (8)"},
+        {"block copy", [](auto &b) { MB to; b.copyToMemoryBuffer(&to, 6, 6, MBSeekStart); },
+         read + "Offset (5), Size requested (6)"},
+        {"huge element count", [=](auto &b) { b.template lookScalarArray<uint64_t>(huge, 0, MBSeekStart, MBNativeOrder); },
+         overflow},
+        {"huge byte count", [=](auto &b) { b.template lookScalarArray<uint8_t>(huge, 0, MBSeekStart, MBNativeOrder); },
+         read + "Offset (0), Size requested (" + std::to_string(huge) + ")"},
+        {"put, fixed size", [](auto &b) { b.allowBufferExpansion(false); b.putUInt64(1); },
+         write + "Offset (5), Size requested (8)"},
+        {"positional put, fixed size",
+         [](auto &b) { std::string s = "abcd"; b.allowBufferExpansion(false); b.putString(s, 8, MBSeekStart); },
+         write + "Offset (5), Size requested (12)"},
+    };
+    for (const auto &c : cases) {
+        MB buffer = hexBuffer("00010203040506070809");
+        buffer.seek(5);
+        EXPECT_EQ(messageOf([&] { c.op(buffer); }), c.message) << c.label;
+        EXPECT_EQ(buffer.tell(), 5u) << c.label;
+        EXPECT_EQ(hexOf(buffer), "00010203040506070809") << c.label;
+    }
+}
+
+TEST(MemoryBuffer, CursorBeyondTheEndMakesEveryAccessOverflow)
+{
+    MB b = hexBuffer("0102");
+    b.restoreBufferState(MemoryBufferState{10, true, MBNativeOrder});
+    EXPECT_EQ(messageOf([&] { b.sizeToEof(); }), "Arithmetic overflow");
+    EXPECT_EQ(messageOf([&] { b.lookUInt8(); }), "Arithmetic overflow");
+    EXPECT_EQ(messageOf([&] { b.putUInt8(1); }), "Arithmetic overflow");
+}
+
+TEST(MemoryBuffer, GrowthResizeAndReset)
+{
+    for (const auto &[needed, capacity] : {std::pair<size_t, size_t>{12, 20}, {25, 50}}) {
+        MB buffer(10);
+        buffer.seek(10);
+        std::string tail(needed - 10, 'x');
+        buffer.putString(tail);
+        EXPECT_EQ(buffer.getCapacity(), capacity) << "twice the size or the need of " << needed;
+    }
+    MB buffer(10);
+    buffer.seek(8);
+    buffer.resizeBuffer(3, true);
+    EXPECT_EQ(buffer.tell(), 3u) << "shrinking pulls the cursor back";
+    buffer.putUInt8(7);
+    buffer.byteOrder(MBBigEndian);
+    buffer.allowBufferExpansion(false);
+    buffer.resetMemoryBuffer(5);
+    EXPECT_EQ(hexOf(buffer), "0000000000");
+    EXPECT_TRUE(buffer.tell() == 0 && buffer.allowBufferExpansion() && buffer.byteOrder() == MBNativeOrder);
+    EXPECT_EQ(buffer.getCapacity(), 10u) << "reset keeps the capacity";
+}
+
+TEST(MemoryBuffer, MovesCarryBytesStateAndNames)
+{
+    MB source = hexBuffer("0708"), target = hexBuffer("01");
+    source.seek(1);
     source.byteOrder(MBBigEndian);
-    source.m_name = "from";
-    MemoryBuffer target = bufferOf({1, 2, 3, 4});
+    source.m_name = "doc";
     target.m_name = "to";
     target = std::move(source);
-    EXPECT_EQ(target.getBuffer(), (Bytes{7, 8}));
-    EXPECT_EQ(target.tell(), 1u);
-    EXPECT_EQ(target.byteOrder(), MBBigEndian);
-    EXPECT_EQ(target.m_name, "from");
-    EXPECT_EQ(source.m_name, "to");
-    EXPECT_EQ(source.sizeOfMB(), 0u);
+    EXPECT_TRUE(hexOf(target) == "0708" && target.tell() == 1 && target.byteOrder() == MBBigEndian);
+    EXPECT_EQ(target.m_name + "/" + source.m_name, "doc/to") << "move assignment exchanges the names";
+    MB constructed(std::move(target));
+    EXPECT_TRUE(target.sizeOfMB() == 0 && target.m_name.empty() && constructed.m_name == "doc");
 }
 
-// --- reading and bounds ----------------------------------------------------------
-
-TEST(MemoryBufferRead, EmptyBufferReportsSizeOffsetAndRequest)
+TEST(MemoryBuffer, PositionalStringsKeepTheCursor)
 {
-    MemoryBuffer buffer;
-    EXPECT_EQ(messageOf<ReadBufferException>([&] { buffer.lookUInt8(); }),
-              "Read beyond end of buffer occurred: Size of buffer (0), Offset (0), Size requested (1)");
-}
-
-TEST(MemoryBufferRead, FailedReadChangesNothing)
-{
-    MemoryBuffer buffer = bufferOf({1, 2, 3});
-    buffer.seek(1, MBSeekStart);
-    EXPECT_EQ(messageOf<ReadBufferException>([&] { buffer.getUInt32(); }),
-              "Read beyond end of buffer occurred: Size of buffer (3), Offset (1), Size requested (4)");
-    EXPECT_EQ(buffer.tell(), 1u);
-    EXPECT_EQ(buffer.getUInt16LE(), 0x0302);
-    EXPECT_EQ(buffer.tell(), 3u);
-}
-
-TEST(MemoryBufferRead, LookLeavesTheCursorGetAdvances)
-{
-    MemoryBuffer buffer = bufferOf({0x34, 0x12, 0xff});
-    EXPECT_EQ(buffer.lookUInt16(), 0x1234);
-    EXPECT_EQ(buffer.tell(), 0u);
-    EXPECT_EQ(buffer.getUShort(), 0x1234);
-    EXPECT_EQ(buffer.getInt8(), -1);
-    EXPECT_EQ(buffer.sizeToEof(), 0u);
-}
-
-TEST(MemoryBufferRead, CursorBeyondEndAfterRestoreMakesEveryAccessOverflow)
-{
-    MemoryBuffer buffer = bufferOf({1, 2});
-    buffer.restoreBufferState(MemoryBufferState{10, true, MBNativeOrder});
-    EXPECT_EQ(messageOf<ArithmeticException>([&] { buffer.sizeToEof(); }), "Arithmetic overflow");
-    EXPECT_EQ(messageOf<ArithmeticException>([&] { buffer.lookUInt8(); }), "Arithmetic overflow");
-    EXPECT_EQ(messageOf<ArithmeticException>([&] { buffer.putUInt8(1); }), "Arithmetic overflow");
-    buffer.seek(1, MBSeekStart);
-    EXPECT_EQ(buffer.getUInt8(), 2);
-}
-
-// --- seeking -----------------------------------------------------------------------
-
-struct SeekCase
-{
-    const char *label;
-    size_t offset;
-    MBSeek how;
-    long long expected; // -1: SeekBufferException, -2: ArithmeticException
-};
-
-class MemoryBufferSeek : public ::testing::TestWithParam<SeekCase>
-{
-};
-
-TEST_P(MemoryBufferSeek, TargetsAndFailures)
-{
-    const SeekCase c = GetParam();
-    MemoryBuffer buffer(10);
-    buffer.seek(4, MBSeekStart);
-    if (c.expected == -1) {
-        EXPECT_THROW(buffer.seek(c.offset, c.how), SeekBufferException);
-        EXPECT_EQ(buffer.tell(), 4u);
-    } else if (c.expected == -2) {
-        EXPECT_EQ(messageOf<ArithmeticException>([&] { buffer.seek(c.offset, c.how); }),
-                  "Arithmetic overflow");
-        EXPECT_EQ(buffer.tell(), 4u);
-    } else {
-        EXPECT_EQ(buffer.seek(c.offset, c.how), static_cast<size_t>(c.expected));
-        EXPECT_EQ(buffer.tell(), static_cast<size_t>(c.expected));
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, MemoryBufferSeek,
-    ::testing::Values(SeekCase{"start_to_end", 10, MBSeekStart, 10},
-                      SeekCase{"start_past_end", 11, MBSeekStart, -1},
-                      SeekCase{"forward", 3, MBSeekForward, 7},
-                      SeekCase{"forward_past_end", 7, MBSeekForward, -1},
-                      SeekCase{"forward_overflow", std::numeric_limits<size_t>::max(), MBSeekForward, -2},
-                      SeekCase{"backward", 4, MBSeekBackward, 0},
-                      SeekCase{"backward_before_start", 5, MBSeekBackward, -2},
-                      SeekCase{"from_end", 3, MBSeekEnd, 7},
-                      SeekCase{"from_end_before_start", 11, MBSeekEnd, -2},
-                      SeekCase{"unknown_mode_is_start", 2, static_cast<MBSeek>(9), 2}),
-    [](const auto &info) { return std::string(info.param.label); });
-
-TEST(MemoryBufferSeekMessage, NamesSizeOldAndNewOffset)
-{
-    MemoryBuffer buffer(10);
-    buffer.seek(3, MBSeekStart);
-    EXPECT_EQ(messageOf<SeekBufferException>([&] { buffer.seek(11, MBSeekStart); }),
-              "Seek beyond end of buffer occurred: Size of buffer (10), Old offset (3), New offset (11)");
-}
-
-// --- byte order: every generated accessor -------------------------------------------
-
-// For each ordered name: the plain accessor follows the buffer's order, LE is
-// host order, BE is reversed; get advances by the width, look does not.
-#define VX_CHECK_ORDERED(Name, Type)                                                               \
-    TEST(MemoryBufferAccessors, Name)                                                              \
-    {                                                                                              \
-        const Type value = sampleValue<Type>();                                                    \
-        const Bytes native = bytesOf(value);                                                       \
-        const Bytes reversed(native.rbegin(), native.rend());                                      \
-        MemoryBuffer buffer;                                                                       \
-        buffer.put##Name(value);                                                                   \
-        buffer.put##Name##LE(value);                                                               \
-        buffer.byteOrder(MBBigEndian);                                                             \
-        buffer.put##Name(value);                                                                   \
-        buffer.put##Name##BE(value);                                                               \
-        Bytes expected = native;                                                                   \
-        expected.insert(expected.end(), native.begin(), native.end());                            \
-        expected.insert(expected.end(), reversed.begin(), reversed.end());                        \
-        expected.insert(expected.end(), reversed.begin(), reversed.end());                        \
-        ASSERT_EQ(buffer.getBuffer(), expected);                                                   \
-        const auto same = [&](Type got) { return bytesOf(got) == native; };                        \
-        buffer.seek(0, MBSeekStart);                                                               \
-        buffer.byteOrder(MBNativeOrder);                                                           \
-        EXPECT_TRUE(same(buffer.look##Name##LE()));                                                \
-        EXPECT_TRUE(same(buffer.get##Name##LE()));                                                 \
-        EXPECT_TRUE(same(buffer.get##Name()));                                                     \
-        EXPECT_TRUE(same(buffer.look##Name##BE()));                                                \
-        EXPECT_TRUE(same(buffer.get##Name##BE()));                                                 \
-        EXPECT_EQ(buffer.tell(), 3 * sizeof(Type));                                                \
-        buffer.byteOrder(MBBigEndian);                                                             \
-        EXPECT_TRUE(same(buffer.look##Name()));                                                    \
-        EXPECT_TRUE(same(buffer.get##Name()));                                                     \
-        EXPECT_EQ(buffer.sizeToEof(), 0u);                                                         \
-    }
-
-VX_MB_ORDERED_TYPES(VX_CHECK_ORDERED)
-#undef VX_CHECK_ORDERED
-
-#define VX_CHECK_BYTE(Name, Type)                                                                  \
-    TEST(MemoryBufferAccessors, Name)                                                              \
-    {                                                                                              \
-        MemoryBuffer buffer;                                                                       \
-        buffer.byteOrder(MBBigEndian);                                                             \
-        buffer.put##Name(static_cast<Type>(0x81));                                                 \
-        buffer.seek(0, MBSeekStart);                                                               \
-        EXPECT_EQ(buffer.look##Name(), static_cast<Type>(0x81));                                   \
-        EXPECT_EQ(buffer.get##Name(), static_cast<Type>(0x81));                                    \
-        EXPECT_EQ(buffer.getBuffer(), Bytes{0x81});                                                \
-    }
-VX_MB_BYTE_TYPES(VX_CHECK_BYTE)
-#undef VX_CHECK_BYTE
-
-TEST(MemoryBufferByteOrder, BigEndianBufferStoresMostSignificantFirst)
-{
-    MemoryBuffer buffer;
-    buffer.byteOrder(MBBigEndian);
-    buffer.putUInt32(0x01020304);
-    EXPECT_EQ(buffer.getBuffer(), (Bytes{1, 2, 3, 4}));
-    buffer.seek(0, MBSeekStart);
-    EXPECT_EQ(buffer.lookUInt32LE(), 0x04030201u);
-}
-
-TEST(MemoryBufferByteOrder, BigEndianFloatsMoveTheirBitPattern)
-{
-    MemoryBuffer buffer;
-    buffer.putFLoatBE(1.5f);
-    EXPECT_EQ(buffer.getBuffer(), (Bytes{0x3F, 0xC0, 0x00, 0x00}));
-    buffer.seek(0, MBSeekStart);
-    EXPECT_EQ(buffer.getFloatBE(), 1.5f);
-
-    const double fractions[] = {-0.1, 3.141592653589793, 1e-310, -2.5e300};
-    for (double d : fractions) {
-        MemoryBuffer b;
-        b.putDoubleBE(d);
-        b.seek(0, MBSeekStart);
-        const double back = b.getDoubleBE();
-        EXPECT_EQ(bytesOf(back), bytesOf(d)) << d;
-    }
-    MemoryBuffer b;
-    b.putDoubleBE(-0.1);
-    EXPECT_EQ(b.getBuffer(), (Bytes{0xBF, 0xB9, 0x99, 0x99, 0x99, 0x99, 0x99, 0x9A}));
-}
-
-// --- writing and growth --------------------------------------------------------------
-
-TEST(MemoryBufferWrite, RefusedWriteWhenExpansionDisallowed)
-{
-    MemoryBuffer buffer(4);
-    buffer.seek(4, MBSeekStart);
-    buffer.allowBufferExpansion(false);
-    EXPECT_EQ(messageOf<WriteBufferException>([&] { buffer.putUInt8(1); }),
-              "Write beyond end of buffer occurred: Size of buffer (4), Offset (4), Size requested (1)");
-    EXPECT_EQ(buffer.sizeOfMB(), 4u);
-    EXPECT_EQ(buffer.tell(), 4u);
-    buffer.allowBufferExpansion(true);
-    buffer.putUInt8(1);
-    EXPECT_EQ(buffer.sizeOfMB(), 5u);
-}
-
-TEST(MemoryBufferWrite, GrowthDoublesTheSizeOrTwiceTheNeed)
-{
-    struct Case
-    {
-        size_t needed;
-        size_t capacity;
-    };
-    for (const Case c : {Case{12, 20}, Case{25, 50}}) {
-        MemoryBuffer buffer(10);
-        buffer.seek(10, MBSeekStart);
-        std::string tail(c.needed - 10, 'x');
-        buffer.putString(tail);
-        EXPECT_EQ(buffer.sizeOfMB(), c.needed);
-        EXPECT_EQ(buffer.getCapacity(), c.capacity) << c.needed;
-    }
-}
-
-TEST(MemoryBufferWrite, ResizeShrinksAndPullsTheCursorBack)
-{
-    MemoryBuffer buffer(10);
-    buffer.seek(8, MBSeekStart);
-    buffer.resizeBuffer(3, true);
-    EXPECT_EQ(buffer.sizeOfMB(), 3u);
-    EXPECT_EQ(buffer.tell(), 3u);
-    EXPECT_EQ(buffer.getCapacity(), 10u);
-    buffer.resizeBuffer(6, false);
-    EXPECT_EQ(buffer.getBuffer(), Bytes(6, 0));
-}
-
-TEST(MemoryBufferWrite, ResetKeepsCapacityAndClearsState)
-{
-    MemoryBuffer buffer = bufferOf({1, 2, 3, 4, 5, 6, 7, 8});
-    buffer.byteOrder(MBBigEndian);
-    buffer.allowBufferExpansion(false);
-    buffer.seek(5, MBSeekStart);
-    const size_t capacity = buffer.getCapacity();
-    buffer.resetMemoryBuffer(3);
-    EXPECT_EQ(buffer.getBuffer(), Bytes(3, 0));
-    EXPECT_EQ(buffer.tell(), 0u);
-    EXPECT_TRUE(buffer.allowBufferExpansion());
-    EXPECT_EQ(buffer.byteOrder(), MBNativeOrder);
-    EXPECT_EQ(buffer.getCapacity(), capacity);
-}
-
-// --- strings, blocks and cursor restoration --------------------------------------------
-
-TEST(MemoryBufferStrings, ZeroLengthChecksNothing)
-{
-    MemoryBuffer buffer(10);
-    EXPECT_EQ(buffer.getString(0, 999, MBSeekStart), "");
-    std::string empty;
-    buffer.allowBufferExpansion(false);
-    EXPECT_NO_THROW(buffer.putString(empty, 999, MBSeekStart));
-    EXPECT_EQ(buffer.tell(), 0u);
-}
-
-TEST(MemoryBufferStrings, PositionalReadKeepsTheCursorAndKeepsNulBytes)
-{
-    MemoryBuffer buffer = bufferOf({'a', 'b', 0, 'd', 'e', 'f', 'g'});
-    buffer.seek(6, MBSeekStart);
+    MB buffer = hexBuffer("6162006465666700");
+    buffer.seek(6);
     EXPECT_EQ(buffer.getString(4, 2, MBSeekStart), std::string("\0def", 4));
+    EXPECT_EQ(buffer.getString(0, 999, MBSeekStart), "") << "zero length checks nothing";
+    std::string s = "xyz";
+    buffer.putString(s, 2, MBSeekEnd);
+    EXPECT_EQ(hexOf(buffer), "61620064656678797a");
     EXPECT_EQ(buffer.tell(), 6u);
 }
 
-TEST(MemoryBufferStrings, FailedPositionalOperationsRestoreTheCursor)
+TEST(MemoryBuffer, BlockCopiesLeaveBothCursorsAlone)
 {
-    MemoryBuffer buffer(10);
-    buffer.seek(5, MBSeekStart);
-    EXPECT_EQ(messageOf<ReadBufferException>([&] { buffer.getString(4, 8, MBSeekStart); }),
-              "Read beyond end of buffer occurred: Size of buffer (10), Offset (8), Size requested (4)");
-    EXPECT_EQ(buffer.tell(), 5u);
-    EXPECT_THROW(buffer.getString(1, 11, MBSeekStart), SeekBufferException);
-    EXPECT_EQ(buffer.tell(), 5u);
-
-    buffer.allowBufferExpansion(false);
-    std::string s = "abcd";
-    EXPECT_EQ(messageOf<WriteBufferException>([&] { buffer.putString(s, 8, MBSeekStart); }),
-              "Write beyond end of buffer occurred: Size of buffer (10), Offset (5), Size requested (12)");
-    EXPECT_EQ(buffer.tell(), 5u);
-    EXPECT_EQ(buffer.sizeOfMB(), 10u);
-
-    std::vector<uint32_t> out(2);
-    EXPECT_THROW(buffer.lookScalarArray(out.data(), 2, 6, MBSeekStart, MBNativeOrder),
-                 ReadBufferException);
-    EXPECT_EQ(buffer.tell(), 5u);
-}
-
-TEST(MemoryBufferStrings, PositionalWriteGrowsAndKeepsTheCursor)
-{
-    MemoryBuffer buffer(4);
-    buffer.seek(1, MBSeekStart);
-    std::string s = "xyz";
-    buffer.putString(s, 2, MBSeekEnd);
-    EXPECT_EQ(buffer.getBuffer(), (Bytes{0, 0, 'x', 'y', 'z'}));
-    EXPECT_EQ(buffer.tell(), 1u);
-}
-
-TEST(MemoryBufferBlocks, CopyAppendsAtTheTargetsEndWithoutMovingCursors)
-{
-    MemoryBuffer source = bufferOf({1, 2, 3, 4, 5, 6});
-    source.seek(1, MBSeekStart);
-    MemoryBuffer target = bufferOf({9, 9});
-    target.seek(1, MBSeekStart);
+    MB source = hexBuffer("010203040506"), target = hexBuffer("0909");
+    source.seek(1);
+    target.seek(1);
     source.copyToMemoryBuffer(&target, 4, 0, MBSeekEnd);
-    EXPECT_EQ(target.getBuffer(), (Bytes{9, 9, 2, 3, 4, 5}));
-    EXPECT_EQ(source.tell(), 1u);
-    EXPECT_EQ(target.tell(), 1u);
-
     source.copyToMemoryBuffer(&target, 2, 4, MBSeekStart, 0, MBSeekStart);
-    EXPECT_EQ(target.getBuffer(), (Bytes{5, 6, 2, 3, 4, 5}));
-    EXPECT_EQ(source.tell(), 1u);
-    EXPECT_EQ(target.tell(), 1u);
+    EXPECT_EQ(hexOf(target), "050602030405");
+    source.copyToMemoryBuffer(&target, 1, MBSeekStart); // the whole buffer
+    EXPECT_EQ(hexOf(target), "05010203040506");
+    EXPECT_TRUE(source.tell() == 1 && target.tell() == 1);
+    source.copyToMemoryBuffer(nullptr, 2, 0, MBSeekStart); // no target, nothing to do
 
-    EXPECT_THROW(source.copyToMemoryBuffer(&target, 6, 0, MBSeekStart), ReadBufferException);
-    EXPECT_EQ(source.tell(), 1u);
-    EXPECT_NO_THROW(source.copyToMemoryBuffer(nullptr, 2, 0, MBSeekStart));
+    MB self = hexBuffer("010203");
+    self.seek(3);
+    self.putMemoryBuffer(&self);
+    self.seek(0);
+    self.copyToMemoryBuffer(&self, 6, 0, MBSeekEnd);
+    EXPECT_EQ(hexOf(self), "010203010203010203010203") << "copies into itself use the bytes from before";
+    EXPECT_EQ(self.tell(), 0u);
 }
 
-TEST(MemoryBufferBlocks, WholeBufferCopiesIgnoreTheSourceCursor)
-{
-    MemoryBuffer source = bufferOf({1, 2, 3});
-    source.seek(2, MBSeekStart);
-    MemoryBuffer target;
-    target.putMemoryBuffer(&source);
-    source.copyToMemoryBuffer(&target);
-    EXPECT_EQ(target.getBuffer(), (Bytes{1, 2, 3, 1, 2, 3}));
-    EXPECT_EQ(target.tell(), 6u);
-    source.copyToMemoryBuffer(&target, 1, MBSeekStart);
-    EXPECT_EQ(target.getBuffer(), (Bytes{1, 1, 2, 3, 2, 3}));
-    EXPECT_EQ(target.tell(), 6u);
-    EXPECT_EQ(source.tell(), 2u);
-}
-
-TEST(MemoryBufferBlocks, CopiesIntoItselfUseTheBytesBeforeTheCopy)
-{
-    MemoryBuffer buffer = bufferOf({1, 2, 3});
-    buffer.seek(3, MBSeekStart);
-    buffer.putMemoryBuffer(&buffer);
-    EXPECT_EQ(buffer.getBuffer(), (Bytes{1, 2, 3, 1, 2, 3}));
-    buffer.seek(0, MBSeekStart);
-    buffer.copyToMemoryBuffer(&buffer, 6, 0, MBSeekEnd);
-    EXPECT_EQ(buffer.sizeOfMB(), 12u);
-    EXPECT_EQ(buffer.tell(), 0u);
-}
-
-// --- arrays ---------------------------------------------------------------------------
-
-TEST(MemoryBufferArrays, OrderArgumentChoosesReversal)
+TEST(MemoryBuffer, ArrayOrderArgumentAndPartialWrites)
 {
     const uint16_t values[] = {0x0102, 0x0304};
-    MemoryBuffer buffer;
+    MB buffer;
     buffer.putRawScalarArray(values, 2, MBBigEndian);
     buffer.putRawScalarArray(values, 2, MBLittleEndian);
     buffer.byteOrder(MBBigEndian);
-    buffer.putRawScalarArray(values, 2, MBNativeOrder);
-    EXPECT_EQ(buffer.getBuffer(), (Bytes{1, 2, 3, 4, 2, 1, 4, 3, 1, 2, 3, 4}));
+    buffer.putRawScalarArray(values, 2, MBNativeOrder); // follows the buffer
+    EXPECT_EQ(hexOf(buffer), "010203040201040301020304");
+    EXPECT_EQ(buffer.lookScalarArray<uint16_t>(2, 0, MBSeekStart, MBBigEndian), (std::vector<uint16_t>{0x0102, 0x0304}));
 
-    EXPECT_EQ(buffer.lookScalarArray<uint16_t>(2, 0, MBSeekStart, MBBigEndian),
-              (std::vector<uint16_t>{0x0102, 0x0304}));
-    buffer.seek(4, MBSeekStart);
-    uint16_t out[2] = {};
-    buffer.getRawScalarArray(out, 2, false, MBLittleEndian);
-    EXPECT_EQ(out[0], 0x0102);
-    EXPECT_EQ(buffer.tell(), 4u);
-    buffer.getRawScalarArray(out, 2, true, MBNativeOrder);
-    EXPECT_EQ(out[1], 0x0403);
-    EXPECT_EQ(buffer.tell(), 8u);
+    // A fixed-size buffer takes the elements that fit, one by one.
+    const uint32_t words[] = {1, 2, 3};
+    MB fixed(6);
+    fixed.allowBufferExpansion(false);
+    EXPECT_THROW(fixed.putRawScalarArray(words, 3, MBNativeOrder), WriteBufferException);
+    EXPECT_EQ(fixed.tell(), 4u);
+    EXPECT_EQ(hexOf(fixed), "010000000000");
 }
 
-TEST(MemoryBufferArrays, ElementWritesStopAtTheFirstThatDoesNotFit)
-{
-    const uint32_t values[] = {1, 2, 3};
-    MemoryBuffer buffer(6);
-    buffer.allowBufferExpansion(false);
-    EXPECT_THROW(buffer.putRawScalarArray(values, 3, MBNativeOrder), WriteBufferException);
-    EXPECT_EQ(buffer.tell(), 4u);
-    EXPECT_EQ(buffer.getBuffer(), (Bytes{1, 0, 0, 0, 0, 0}));
-}
-
-TEST(MemoryBufferArrays, AbsurdCountsFailBeforeAllocating)
-{
-    MemoryBuffer buffer(8);
-    // volatile: the count is outside input in real use, not a constant.
-    volatile size_t hugeCount = std::numeric_limits<size_t>::max() / 2;
-    const size_t huge = hugeCount;
-    EXPECT_EQ(messageOf<ArithmeticException>(
-                  [&] { buffer.lookScalarArray<uint64_t>(huge, 0, MBSeekStart, MBNativeOrder); }),
-              "Arithmetic overflow");
-    EXPECT_THROW(buffer.lookScalarArray<uint8_t>(huge, 0, MBSeekStart, MBNativeOrder),
-                 ReadBufferException);
-    EXPECT_EQ(MemoryBuffer::calculateNumberOfBytes<uint32_t>(5), 20u);
-}
-
-// --- files ------------------------------------------------------------------------------
-
-TEST(MemoryBufferFiles, ReplaceLeavesCursorAtEndAppendAfterTheNewBytes)
+TEST(MemoryBuffer, FileReadsReplaceOrAppend)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("f.bin"));
-    {
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write("hello", 5);
-    }
-    MemoryBuffer buffer = bufferOf({1, 2, 3, 4, 5, 6, 7, 8, 9});
-    buffer.seek(2, MBSeekStart);
-    QFile file(path);
+    QFile file(dir.filePath(QStringLiteral("f.bin")));
+    FileIO::writeToFile(file, {'h', 'e', 'l', 'l', 'o'});
+    MB buffer = hexBuffer("010203040506070809");
+    buffer.seek(2);
     buffer.readFromFile(file, true);
     EXPECT_EQ(buffer.tell(), 7u);
-    EXPECT_EQ(buffer.getString(5, 2, MBSeekStart), "hello");
-    buffer.readFromFile(file, false);
-    EXPECT_EQ(buffer.sizeOfMB(), 5u);
-    EXPECT_EQ(buffer.tell(), 5u);
-
-    QFile out(dir.filePath(QStringLiteral("out.bin")));
-    buffer.writeToFile(out);
-    EXPECT_EQ(MemoryBuffer(out).getBuffer(), (Bytes{'h', 'e', 'l', 'l', 'o'}));
+    EXPECT_EQ(hexOf(buffer), "010268656c6c6f0809");
+    buffer.readFromFile(file, false); // replaces
+    EXPECT_EQ(hexOf(buffer) + std::to_string(buffer.tell()), "68656c6c6f5");
 }
