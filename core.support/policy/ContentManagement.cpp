@@ -340,9 +340,18 @@ bool ContentManagement::readSettingsXml(QIODevice &device, QSettings *settings)
 {
     if (settings == nullptr)
         return false;
-    return readPolicy(
+    bool rootOpened = false;
+    const bool ok = readPolicy(
         device, [&](const QString &key, const QString &value) { settings->setValue(key, value); },
-        [&] { settings->clear(); });
+        [&] {
+            settings->clear();
+            rootOpened = true;
+        });
+    // A document that breaks off after its root opened must not leave half a
+    // policy behind: a caller ignoring the result would apply it.
+    if (!ok && rootOpened)
+        settings->clear();
+    return ok;
 }
 
 bool ContentManagement::writeSettingsXml(QIODevice &device, const QSettings::SettingsMap &map)

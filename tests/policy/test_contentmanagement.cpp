@@ -62,7 +62,7 @@ TEST(ContentManagement, DocumentsGiveKeysAndSettingsHostileOnesNone)
         {"text in the root", "<config>stray" + macros("allow") + "</config>", true, wordMacros, cmsAllow},
         {"second root", "<config><a>1</a></config>" + document(macros("allow")), true, {QStringLiteral("a")}, cmsSanitise},
         {"wrong root", "<settings>" + macros("allow") + "</settings>", false, {}, cmsSanitise},
-        {"unclosed root", "<config><wordConfig><macros>", false, {}, cmsSanitise},
+        {"unclosed root", "<config>" + macros("allow"), false, {}, cmsSanitise},
         {"mismatched tags", "<config><a>1</b></config>", false, {}, cmsSanitise},
         {"nothing", "", false, {}, cmsSanitise},
         {"comment only", "<?xml version=\"1.0\"?><!-- only a comment -->", false, {}, cmsSanitise},
