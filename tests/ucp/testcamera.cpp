@@ -1,8 +1,5 @@
 #include "testcamera.h"
 
-#include <QStringList>
-
-#include <map>
 #include <vector>
 
 namespace testcamera {
@@ -11,39 +8,6 @@ namespace {
 
 const int32_t kTypeList[] = {1, 0};
 
-// Item, member and name of every TestAll field, in value-type order.
-#define TEST_ALL_FIELDS(X)                                                                         \
-    X(vtSChar, m_schar, "schar")                                                                   \
-    X(vtShort, m_short, "short")                                                                   \
-    X(vtInt, m_int, "int")                                                                         \
-    X(vtLongLong, m_longlong, "longlong")                                                          \
-    X(vtUChar, m_uchar, "uchar")                                                                   \
-    X(vtUShort, m_ushort, "ushort")                                                                \
-    X(vtUInt, m_uint, "uint")                                                                      \
-    X(vtULongLong, m_ulonglong, "ulonglong")                                                       \
-    X(vtChar, m_char, "char")                                                                      \
-    X(vtWChar, m_wchar, "wchar")                                                                   \
-    X(vtDouble, m_double, "double")                                                                \
-    X(vtFloat, m_float, "float")                                                                   \
-    X(vtSCharArray, m_scharArray, "scharArray")                                                    \
-    X(vtShortArray, m_shortArray, "shortArray")                                                    \
-    X(vtIntArray, m_intArray, "intArray")                                                          \
-    X(vtLongLongArray, m_longlongArray, "longlongArray")                                           \
-    X(vtUCharArray, m_ucharArray, "ucharArray")                                                    \
-    X(vtUShortArray, m_ushortArray, "ushortArray")                                                 \
-    X(vtUIntArray, m_uintArray, "uintArray")                                                       \
-    X(vtULongLongArray, m_ulonglongArray, "ulonglongArray")                                        \
-    X(vtCharArray, m_charArray, "charArray")                                                       \
-    X(vtWCharArray, m_wcharArray, "wcharArray")                                                    \
-    X(vtDoubleArray, m_doubleArray, "doubleArray")                                                 \
-    X(vtFloatArray, m_floatArray, "floatArray")                                                    \
-    X(vtStructure, m_structure, "structure")                                                       \
-    X(vtStructureArray, m_structureArray, "structureArray")                                        \
-    X(vtToken, m_token, "token")                                                                   \
-    X(vtWhitespace, m_whitespace, "whitespace")                                                    \
-    X(vtString, m_string, "string")                                                                \
-    X(vtMemoryBuffer, m_buffer, "buffer")
-
 BDDItem rootItems[] = {
     {itemCount, {}, kTypeList, bddFieldAccessor<&TestRoot::m_count, vtUInt>},
     {itemSingle, {}, kTypeList, bddFieldAccessor<&TestRoot::m_single, vtStructure>},
@@ -51,22 +15,15 @@ BDDItem rootItems[] = {
     {itemFlag, {}, kTypeList, bddFieldAccessor<&TestRoot::m_flag, vtUChar>},
     {0, {}, nullptr, nullptr},
 };
-
 BDDItem leafItems[] = {
     {itemValue, {}, kTypeList, bddFieldAccessor<&TestLeaf::m_value, vtInt>},
     {itemLabel, {}, kTypeList, bddFieldAccessor<&TestLeaf::m_label, vtString>},
     {itemUnnamed, {}, kTypeList, bddFieldAccessor<&TestLeaf::m_unnamed, vtDouble>},
     {0, {}, nullptr, nullptr},
 };
-
-BDDItem emptyItems[] = {
-    {0, {}, nullptr, nullptr},
-};
-
+BDDItem emptyItems[] = {{0, {}, nullptr, nullptr}};
 #define TEST_ALL_ITEM(type, member, name) {itemAllBase + type, {}, kTypeList, bddFieldAccessor<&TestAll::member, type>},
-BDDItem allItems[] = {
-    TEST_ALL_FIELDS(TEST_ALL_ITEM){0, {}, nullptr, nullptr},
-};
+BDDItem allItems[] = {TEST_ALL_FIELDS(TEST_ALL_ITEM){0, {}, nullptr, nullptr}};
 #undef TEST_ALL_ITEM
 
 BDDStructure rootStructure = {RootClass, rootItems, {}};
@@ -75,106 +32,59 @@ BDDStructure emptyStructure = {EmptyClass, emptyItems, {}};
 BDDStructure allStructure = {AllClass, allItems, {}};
 BDDStructure *structures[] = {&rootStructure, &leafStructure, &emptyStructure, &allStructure, nullptr};
 
-BDDSchema makeSchema()
+// What a field holds and must free: nodes and vectors (buffers are the pool's).
+template <typename T>
+void release(T &)
 {
-    BDDSchema schema{{}, structures, {}};
-    schema.m_itemNames = {{itemCount, "count"}, {itemSingle, "single"}, {itemArray, "array"},
-                          {itemFlag, "flag"},   {itemValue, "value"},   {itemLabel, "label"}};
-#define TEST_ALL_NAME(type, member, name) schema.m_itemNames.insert(itemAllBase + type, name);
-    TEST_ALL_FIELDS(TEST_ALL_NAME)
-#undef TEST_ALL_NAME
-    return schema;
 }
-
-void deleteElements(BDDStructureVector *&vector)
+template <typename T>
+void release(std::vector<T> *&vector)
 {
-    if (vector == nullptr)
-        return;
-    for (BDDLStructBase *element : *vector)
-        delete element;
     delete vector;
-    vector = nullptr;
 }
-
-std::vector<std::string> &tokenNames()
+void release(BDDLStructBase *&node)
 {
-    static std::vector<std::string> names;
-    return names;
+    delete node;
+}
+void release(BDDStructureVector *&vector)
+{
+    if (vector != nullptr)
+        for (BDDLStructBase *element : *vector)
+            delete element;
+    delete vector;
 }
 
 } // namespace
 
-TestLeaf::TestLeaf()
+BDDStructure *structureOf(ClassId classId)
 {
-    m_classId = LeafClass;
-    m_description = "TestLeaf";
-}
-
-BDDStructure *TestLeaf::getBDDStructureDefinition() const
-{
-    return &leafStructure;
-}
-
-TestEmpty::TestEmpty()
-{
-    m_classId = EmptyClass;
-    m_description = "TestEmpty";
-}
-
-BDDStructure *TestEmpty::getBDDStructureDefinition() const
-{
-    return &emptyStructure;
-}
-
-TestRoot::TestRoot()
-{
-    m_classId = RootClass;
-    m_description = "TestRoot";
+    return structures[classId - 1];
 }
 
 TestRoot::~TestRoot()
 {
-    delete m_single;
-    deleteElements(m_array);
-}
-
-BDDStructure *TestRoot::getBDDStructureDefinition() const
-{
-    return &rootStructure;
-}
-
-TestAll::TestAll()
-{
-    m_classId = AllClass;
-    m_description = "TestAll";
+    release(m_single);
+    release(m_array);
 }
 
 TestAll::~TestAll()
 {
-    delete m_scharArray;
-    delete m_shortArray;
-    delete m_intArray;
-    delete m_longlongArray;
-    delete m_ucharArray;
-    delete m_ushortArray;
-    delete m_uintArray;
-    delete m_ulonglongArray;
-    delete m_charArray;
-    delete m_wcharArray;
-    delete m_doubleArray;
-    delete m_floatArray;
-    delete m_structure;
-    deleteElements(m_structureArray);
-}
-
-BDDStructure *TestAll::getBDDStructureDefinition() const
-{
-    return &allStructure;
+#define TEST_ALL_RELEASE(type, member, name) release(member);
+    TEST_ALL_FIELDS(TEST_ALL_RELEASE)
+#undef TEST_ALL_RELEASE
 }
 
 BDDSchema *testSchema()
 {
-    static BDDSchema schema = makeSchema();
+    static BDDSchema schema = [] {
+        BDDSchema made{{{itemCount, "count"}, {itemSingle, "single"}, {itemArray, "array"},
+                        {itemFlag, "flag"}, {itemValue, "value"}, {itemLabel, "label"}},
+                       structures, {}};
+#define TEST_ALL_NAME(type, member, name) made.m_itemNames.insert(itemAllBase + type, name);
+        TEST_ALL_FIELDS(TEST_ALL_NAME)
+#undef TEST_ALL_NAME
+        return made;
+    }();
     return &schema;
 }
 
@@ -189,25 +99,24 @@ BDDLStructBase *testFactory(unsigned int classId)
         return new TestEmpty;
     case AllClass:
         return new TestAll;
-    default:
-        return nullptr;
     }
+    return nullptr;
 }
+
+static std::vector<std::string> s_tokenNames;
 
 uint32_t testStringToToken(std::string *name)
 {
-    std::vector<std::string> &names = tokenNames();
-    for (size_t i = 0; i < names.size(); ++i)
-        if (names[i] == *name)
-            return static_cast<uint32_t>(i + 1);
-    names.push_back(*name);
-    return static_cast<uint32_t>(names.size());
+    for (size_t i = 0; i < s_tokenNames.size(); ++i)
+        if (s_tokenNames[i] == *name)
+            return uint32_t(i + 1);
+    s_tokenNames.push_back(*name);
+    return uint32_t(s_tokenNames.size());
 }
 
 std::string testTokenToString(unsigned int id)
 {
-    const std::vector<std::string> &names = tokenNames();
-    return id >= 1 && id <= names.size() ? names[id - 1] : std::string();
+    return id >= 1 && id <= s_tokenNames.size() ? s_tokenNames[id - 1] : std::string();
 }
 
 TestRun::TestRun() : root(new TestRoot)
@@ -225,22 +134,29 @@ TestRun::TestRun() : root(new TestRoot)
     root->initialBDDLStructBase_Root(root.get(), nullptr, nullptr, nullptr, 0);
 }
 
-TestRun::~TestRun() = default;
-
-QStringList issuesOf(const RepositoryComponents::DocumentAnalysis &analysis, short group)
+QStringList recordsOf(const RepositoryComponents::DocumentAnalysis &analysis)
 {
     QStringList lines;
-    const RepositoryComponents::DocumentStatistics *const document = analysis.currentDocument();
+    const RepositoryComponents::DocumentStatistics *document = analysis.currentDocument();
     if (document == nullptr)
         return lines;
-    const auto found = document->contentGroups().find(group);
-    if (found == document->contentGroups().end())
-        return lines;
-    for (const auto &entry : found->second->issueItems())
-        lines << QStringLiteral("%1|%2|%3")
-                     .arg(QString::fromStdString(entry.second->description()))
-                     .arg(entry.second->totalSize())
-                     .arg(entry.second->issueId());
+    for (const auto &[group, contents] : document->contentGroups()) {
+        const auto line = [group = group](const char *kind, const auto &item) {
+            return QStringLiteral("%1 %2 %3|%4")
+                .arg(QLatin1String(kind))
+                .arg(group)
+                .arg(QString::fromStdString(item.description()))
+                .arg(item.totalSize());
+        };
+        for (const auto &entry : contents->contentItems())
+            lines << line("content", *entry.second);
+        for (const auto &entry : contents->sanitisationItems())
+            lines << line("sanitise", *entry.second) + QStringLiteral("|%1").arg(entry.second->sanitisationId());
+        for (const auto &entry : contents->issueItems())
+            lines << line("issue", *entry.second) + QStringLiteral("|%1").arg(entry.second->issueId());
+        for (const auto &entry : contents->remedyItems())
+            lines << line("remedy", *entry.second);
+    }
     return lines;
 }
 

@@ -1,18 +1,17 @@
 #pragma once
 
-// A small camera schema for the structure-tree tests, with a run that owns
+// A small camera schema for the structure-tree tests, and a run that owns
 // everything a camera run owns (buffers, pool, repository, context, root).
 //
-//   TestRoot   (class 1, root)   1 "count" uint, 2 "single" structure,
-//                                3 "array" structure array, 4 "flag" uchar
-//   TestLeaf   (class 2)         5 "value" int, 6 "label" string, 7 (not named
-//                                in the schema) double
-//   TestEmpty  (class 3)         no items
-//   TestAll    (class 4)         one item of every value type: item 100 + code,
-//                                named after the type ("schar" ... "buffer")
+//   TestRoot  (class 1, root)  1 "count" uint, 2 "single" structure,
+//                              3 "array" structure array, 4 "flag" uchar
+//   TestLeaf  (class 2)        5 "value" int, 6 "label" string, 7 (no name) double
+//   TestEmpty (class 3)        no items
+//   TestAll   (class 4)        one item of every value type: item 100 + code,
+//                              named after the type ("schar" ... "buffer")
 //
-// Every class frees what its fields hold (child nodes, vectors); buffers
-// belong to the run's pool.
+// Each class frees the nodes and vectors its fields hold; buffers belong to
+// the run's pool.
 
 #include "analysis/RepositoryComponents.h"
 #include "buffers/MemoryBuffer.h"
@@ -28,92 +27,70 @@
 namespace testcamera {
 
 enum ClassId : unsigned int { RootClass = 1, LeafClass = 2, EmptyClass = 3, AllClass = 4 };
+enum ItemId : int { itemCount = 1, itemSingle, itemArray, itemFlag, itemValue, itemLabel, itemUnnamed, itemAllBase = 100 };
 
-enum ItemId : int {
-    itemCount = 1,
-    itemSingle = 2,
-    itemArray = 3,
-    itemFlag = 4,
-    itemValue = 5,
-    itemLabel = 6,
-    itemUnnamed = 7,
-    itemAllBase = 100, // TestAll: 100 + value type
-};
+inline constexpr const char *kClassNames[] = {"", "TestRoot", "TestLeaf", "TestEmpty", "TestAll"};
+BDDStructure *structureOf(ClassId classId);
 
-class TestLeaf final : public BDDLStructBase
+// What every test class shares: its class id, description and structure.
+template <typename Base, ClassId Class>
+class TestNode : public Base
 {
 public:
-    TestLeaf();
-    BDDStructure *getBDDStructureDefinition() const override;
-    const char *get_desc_string() const override { return "TestLeaf"; }
+    TestNode()
+    {
+        this->m_classId = Class;
+        this->m_description = kClassNames[Class];
+    }
+    BDDStructure *getBDDStructureDefinition() const override { return structureOf(Class); }
+    const char *get_desc_string() const override { return kClassNames[Class]; }
+};
 
+class TestLeaf final : public TestNode<BDDLStructBase, LeafClass>
+{
+public:
     int32_t m_value = 0;
     QString m_label;
     double m_unnamed = 0;
 };
 
-class TestEmpty final : public BDDLStructBase
+class TestEmpty final : public TestNode<BDDLStructBase, EmptyClass>
 {
-public:
-    TestEmpty();
-    BDDStructure *getBDDStructureDefinition() const override;
-    const char *get_desc_string() const override { return "TestEmpty"; }
 };
 
-// Owns its single structure and the elements of its structure array.
-class TestRoot final : public BDDLStructBase_Root
+class TestRoot final : public TestNode<BDDLStructBase_Root, RootClass>
 {
 public:
-    TestRoot();
     ~TestRoot() override;
-    BDDStructure *getBDDStructureDefinition() const override;
-    const char *get_desc_string() const override { return "TestRoot"; }
-
     uint32_t m_count = 0;
     BDDLStructBase *m_single = nullptr;
     BDDStructureVector *m_array = nullptr;
     uint8_t m_flag = 0;
 };
 
-// One field of every value type.
-class TestAll final : public BDDLStructBase
+// Value type, member and item name of every TestAll field.
+#define TEST_ALL_FIELDS(X)                                                                                             \
+    X(vtSChar, m_schar, "schar") X(vtShort, m_short, "short") X(vtInt, m_int, "int")                                   \
+    X(vtLongLong, m_longlong, "longlong") X(vtUChar, m_uchar, "uchar") X(vtUShort, m_ushort, "ushort")                 \
+    X(vtUInt, m_uint, "uint") X(vtULongLong, m_ulonglong, "ulonglong") X(vtChar, m_char, "char")                       \
+    X(vtWChar, m_wchar, "wchar") X(vtDouble, m_double, "double") X(vtFloat, m_float, "float")                          \
+    X(vtSCharArray, m_scharArray, "scharArray") X(vtShortArray, m_shortArray, "shortArray")                            \
+    X(vtIntArray, m_intArray, "intArray") X(vtLongLongArray, m_longlongArray, "longlongArray")                         \
+    X(vtUCharArray, m_ucharArray, "ucharArray") X(vtUShortArray, m_ushortArray, "ushortArray")                         \
+    X(vtUIntArray, m_uintArray, "uintArray") X(vtULongLongArray, m_ulonglongArray, "ulonglongArray")                   \
+    X(vtCharArray, m_charArray, "charArray") X(vtWCharArray, m_wcharArray, "wcharArray")                               \
+    X(vtDoubleArray, m_doubleArray, "doubleArray") X(vtFloatArray, m_floatArray, "floatArray")                         \
+    X(vtStructure, m_structure, "structure") X(vtStructureArray, m_structureArray, "structureArray")                   \
+    X(vtToken, m_token, "token") X(vtWhitespace, m_whitespace, "whitespace") X(vtString, m_string, "string")           \
+    X(vtMemoryBuffer, m_buffer, "buffer")
+
+class TestAll final : public TestNode<BDDLStructBase, AllClass>
 {
 public:
-    TestAll();
     ~TestAll() override;
-    BDDStructure *getBDDStructureDefinition() const override;
-    const char *get_desc_string() const override { return "TestAll"; }
-
-    int8_t m_schar = 0;
-    int16_t m_short = 0;
-    int32_t m_int = 0;
-    int64_t m_longlong = 0;
-    uint8_t m_uchar = 0;
-    uint16_t m_ushort = 0;
-    uint32_t m_uint = 0;
-    uint64_t m_ulonglong = 0;
-    char m_char = 0;
-    wchar_t m_wchar = 0;
-    double m_double = 0;
-    float m_float = 0;
-    BDDScalarArray<vtSCharArray> *m_scharArray = nullptr;
-    BDDScalarArray<vtShortArray> *m_shortArray = nullptr;
-    BDDScalarArray<vtIntArray> *m_intArray = nullptr;
-    BDDScalarArray<vtLongLongArray> *m_longlongArray = nullptr;
-    BDDScalarArray<vtUCharArray> *m_ucharArray = nullptr;
-    BDDScalarArray<vtUShortArray> *m_ushortArray = nullptr;
-    BDDScalarArray<vtUIntArray> *m_uintArray = nullptr;
-    BDDScalarArray<vtULongLongArray> *m_ulonglongArray = nullptr;
-    BDDScalarArray<vtCharArray> *m_charArray = nullptr;
-    BDDScalarArray<vtWCharArray> *m_wcharArray = nullptr;
-    BDDScalarArray<vtDoubleArray> *m_doubleArray = nullptr;
-    BDDScalarArray<vtFloatArray> *m_floatArray = nullptr;
-    BDDLStructBase *m_structure = nullptr;
-    BDDStructureVector *m_structureArray = nullptr;
-    BDDToken m_token = 0;
-    BDDWhitespace m_whitespace = 0;
-    QString m_string;
-    MemoryBuffer *m_buffer = nullptr; // the run's pool owns it
+#define TEST_ALL_MEMBER(code, member, name) BDDFieldOf<code>::type member{};
+    TEST_ALL_FIELDS(TEST_ALL_MEMBER)
+#undef TEST_ALL_MEMBER
 };
 
 BDDSchema *testSchema();
@@ -123,13 +100,11 @@ BDDLStructBase *testFactory(unsigned int classId);
 uint32_t testStringToToken(std::string *name);
 std::string testTokenToString(unsigned int id);
 
-// One camera run over a TestRoot: buffers, pool, repository with an open
-// document, and a context holding the test camera's functions.
+// One camera run over a TestRoot, with an open document in its repository.
 class TestRun
 {
 public:
     TestRun();
-    ~TestRun();
     TestRun(const TestRun &) = delete;
     TestRun &operator=(const TestRun &) = delete;
 
@@ -140,7 +115,7 @@ public:
     context ctx;
     std::unique_ptr<TestRoot> root;
 
-    // A node of the class, bound to this run's root.
+    // A node of the class, bound to this run's root (the caller owns it).
     template <typename Node>
     Node *make()
     {
@@ -165,8 +140,8 @@ std::string thrownText(Action &&action)
     return "(nothing thrown)";
 }
 
-// The issue items the repository's current document holds for a group, as
-// "description|size|issue id" lines.
-QStringList issuesOf(const RepositoryComponents::DocumentAnalysis &analysis, short group);
+// Every record of a repository's current document, one line each:
+//   content|sanitise|issue|remedy <group> <description>|<size>[|<sanitisation or issue id>]
+QStringList recordsOf(const RepositoryComponents::DocumentAnalysis &analysis);
 
 } // namespace testcamera

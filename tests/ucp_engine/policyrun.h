@@ -1,16 +1,12 @@
 #pragma once
 
-// A document run bound to a real camera session, for the content-management
-// actions: a camera pool loading test plug-ins (tests/plugins), a session
-// whose policy is loaded from its XML form, and a test-camera run whose root
-// is an Excel document (profile xlsConfig, statistics group 241) bound to
-// the session.
+// A test-camera run bound to a real camera session, for the content-management
+// actions: the pool loads test plug-ins (tests/plugins), the policy is loaded
+// from XML, and the root is an Excel document (profile xlsConfig, statistics
+// group 241).
 //
-// The plug-ins:
-//   Excel (21)  validation groups: item 1 -> 1001, item 2 -> 1002, others 0
-//               (so the Excel default 268); sanitisation message ids are
-//               1500 + the key's length, so a sanitisation id is
-//               2 << 24 | (statistics id - 71) << 16 | (1500 + key length)
+//   Excel (21)  validation groups: item 1 -> 1001, item 2 -> 1002, others 0;
+//               sanitisation message ids are 1500 + the key's length
 //   png (23)    image camera writing "clean", answering 0
 //   jpeg (24)   image camera writing 38 bytes, answering 1
 //   bmp (29)    image camera writing "bad", answering -1
@@ -18,8 +14,6 @@
 // Image cameras record "image=<input> stream=<input's stream name>" in group
 // 7 of the session's repository when they are initialised.
 
-#include "analysis/RepositoryComponents.h"
-#include "buffers/MemoryBuffer.h"
 #include "cameras/camera_pool.h"
 #include "cameras/camerabase.h"
 #include "policy/ContentManagement.h"
@@ -27,55 +21,23 @@
 #include "testcamera.h"
 
 #include <QFile>
-#include <QStringList>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-
 namespace policyrun {
 
-inline constexpr short kStatsGroup = 241;   // the Excel root's statistics group
-inline constexpr unsigned kItem = 1;        // an item whose validation group is...
-inline constexpr short kItemGroup = 1001;   // ...this one
+using testcamera::recordsOf;
+using testcamera::thrownText;
 
-// The sanitisation id the Excel plug-in leads to.
+inline constexpr short kStatsGroup = 241; // the Excel root's statistics group
+inline constexpr unsigned kItem = 1;      // an item whose validation group is...
+inline constexpr short kItemGroup = 1001; // ...this one
+
+// The sanitisation id the Excel plug-in gives a key.
 inline unsigned sanitisationId(int statsId, size_t keyLength)
 {
     return (2u << 24) | (unsigned(statsId - 71) << 16) | unsigned(1500 + keyLength);
-}
-
-// Every record of a repository's current document, one line each:
-//   content <group> <description>|<size>
-//   sanitise <group> <description>|<size>|<sanitisation id>
-//   issue <group> <description>|<size>|<issue id>
-//   remedy <group> <description>|<size>
-inline QStringList recordsOf(const RepositoryComponents::DocumentAnalysis &analysis)
-{
-    QStringList lines;
-    const RepositoryComponents::DocumentStatistics *document = analysis.currentDocument();
-    if (document == nullptr)
-        return lines;
-    for (const auto &[group, contents] : document->contentGroups()) {
-        const auto line = [group = group](const char *kind, const auto &item) {
-            return QStringLiteral("%1 %2 %3|%4")
-                .arg(QLatin1String(kind))
-                .arg(group)
-                .arg(QString::fromStdString(item.description()))
-                .arg(item.totalSize());
-        };
-        for (const auto &entry : contents->contentItems())
-            lines << line("content", *entry.second);
-        for (const auto &entry : contents->sanitisationItems())
-            lines << line("sanitise", *entry.second) + QStringLiteral("|%1").arg(entry.second->sanitisationId());
-        for (const auto &entry : contents->issueItems())
-            lines << line("issue", *entry.second) + QStringLiteral("|%1").arg(entry.second->issueId());
-        for (const auto &entry : contents->remedyItems())
-            lines << line("remedy", *entry.second);
-    }
-    return lines;
 }
 
 class PolicyRun : public ::testing::Test
