@@ -23,28 +23,23 @@ enum RootIndex : unsigned long { countIndex, singleIndex, arrayIndex, flagIndex 
 TEST(BDDLStructItem_itr, NamesComeFromTheSchema)
 {
     TestRun run;
-    TestLeaf *leaf = run.make<TestLeaf>();
-    run.root->m_single = leaf;
+    const std::unique_ptr<TestLeaf> leaf(run.make<TestLeaf>());
     EXPECT_EQ(view(*run.root, countIndex)->getNodeName(), QStringLiteral("count"));
     EXPECT_EQ(view(*leaf, 1)->getNodeName(), QStringLiteral("label"));
     EXPECT_EQ(view(*leaf, 2)->getNodeName(), QStringLiteral(":schemamissing:"));
     EXPECT_EQ(view(*leaf, 0)->getNodeAttribute(QStringLiteral("name")), QVariant(QStringLiteral("value")));
     run.ctx.m_getSchema = nullptr;
     EXPECT_EQ(thrownText([&] { view(*leaf, 0)->getNodeName(); }), "Missing BDDSchema");
-    TestLeaf loose;
-    EXPECT_EQ(thrownText([&] { view(loose, 0)->getNodeName(); }), "Missing BDDSchema");
 }
 
 TEST(BDDLStructItem_itr, TypeActivityChildrenAndValuesFollowTheItemKind)
 {
     TestRun run;
-    TestAll *all = run.make<TestAll>();
-    const std::unique_ptr<TestAll> owner(all);
-    const std::pair<BDDValueType, UCPNode::NodeType> types[] = {
-        {vtSChar, UCPNode::VALUE},          {vtWChar, UCPNode::VALUE},
-        {vtDouble, UCPNode::ITEM},          {vtFloatArray, UCPNode::VALUEARRAY},
-        {vtStructure, UCPNode::STRUCT},     {vtStructureArray, UCPNode::STRUCTARRAY},
-        {vtToken, UCPNode::ITEM},           {vtMemoryBuffer, UCPNode::ITEM},
+    const std::unique_ptr<TestAll> all(run.make<TestAll>());
+    const std::pair<int, UCPNode::NodeType> types[] = {
+        {vtSChar, UCPNode::VALUE}, {vtWChar, UCPNode::VALUE},        {vtDouble, UCPNode::ITEM},
+        {vtToken, UCPNode::ITEM},  {vtMemoryBuffer, UCPNode::ITEM}, {vtFloatArray, UCPNode::VALUEARRAY},
+        {vtStructure, UCPNode::STRUCT}, {vtStructureArray, UCPNode::STRUCTARRAY},
     };
     for (const auto &[code, type] : types)
         EXPECT_EQ(view(*all, code)->getNodeType(), type) << "value type " << code;
@@ -54,14 +49,13 @@ TEST(BDDLStructItem_itr, TypeActivityChildrenAndValuesFollowTheItemKind)
     EXPECT_FALSE(view(*all, vtStructureArray)->hasChildNodes());
     EXPECT_TRUE(view(*all, vtString)->isNodeActive());
     EXPECT_FALSE(view(*all, vtString)->hasChildNodes());
-    all->m_structureArray = new BDDStructureVector;
+    all->field<vtStructureArray>() = new BDDStructureVector;
     EXPECT_TRUE(view(*all, vtStructureArray)->hasChildNodes());
-    EXPECT_TRUE(view(*all, vtStructureArray)->isNodeActive());
 
     view(*all, vtToken)->setNodeValue(QStringLiteral("viewToken"));
     EXPECT_EQ(view(*all, vtToken)->getNodeValue(), QVariant(QStringLiteral("viewToken")));
     view(*all, vtUShort)->setNodeValue(QStringLiteral("513"));
-    EXPECT_EQ(all->m_ushort, 513);
+    EXPECT_EQ(all->field<vtUShort>(), 513);
 }
 
 TEST(BDDLStructItem_itr, AttributesDescribeTheHeldStructure)
@@ -80,14 +74,11 @@ TEST(BDDLStructItem_itr, AttributesDescribeTheHeldStructure)
     BDDLStructItem_itr *array = view(*run.root, arrayIndex);
     EXPECT_EQ(array->getNodeAttribute(QStringLiteral("size")), QVariant(qulonglong(2)));
     EXPECT_FALSE(array->getNodeAttribute(QStringLiteral("offset")).isValid()) << "an array holds no one structure";
-    BDDLStructItem_itr *count = view(*run.root, countIndex);
-    EXPECT_FALSE(count->getNodeAttribute(QStringLiteral("size")).isValid());
+    EXPECT_FALSE(view(*run.root, countIndex)->getNodeAttribute(QStringLiteral("size")).isValid());
 
     single->setNodeAttribute(QStringLiteral("size"), 99u);
     EXPECT_EQ(leaf->m_size, 99u);
-    single->setNodeAttribute(QStringLiteral("eitem"), 0);
-    EXPECT_EQ(single->item()->m_id, itemSingle) << "item ids are schema data";
-    count->setNodeAttribute(QStringLiteral("size"), 5u);
+    view(*run.root, countIndex)->setNodeAttribute(QStringLiteral("size"), 5u);
     EXPECT_EQ(run.root->m_count, 0u);
 }
 
@@ -114,9 +105,7 @@ TEST(BDDLStructItem_itr, SizedArrayFillsItsSlotsInOrderThenGrows)
     }
     EXPECT_EQ(run.root->countChildren(), 4u) << "the owner lists what its views received";
     EXPECT_EQ(array->getLastChild(), elements[3]);
-
-    // Asking for the first child puts the cursor back at the first slot.
-    EXPECT_EQ(array->getFirstChild(), elements[0]);
+    EXPECT_EQ(array->getFirstChild(), elements[0]) << "and puts the cursor back at the first slot";
     TestLeaf *replacement = run.make<TestLeaf>();
     array->appendChild(replacement);
     EXPECT_EQ(run.root->m_array->front(), replacement);
@@ -148,7 +137,6 @@ TEST(BDDLStructItem_itr, SingleStructureItemsTakeAStructureAndShowItsViews)
     EXPECT_EQ(single->appendChild(count), nullptr) << "a view is no structure";
     EXPECT_EQ(single->appendChild(nullptr), nullptr);
     EXPECT_EQ(run.root->countChildren(), 0u);
-    EXPECT_EQ(thrownText([&] { count->insertBefore(&stray, nullptr); }), "not implemented");
 
     TestLeaf *leaf = run.make<TestLeaf>();
     EXPECT_EQ(single->appendChild(leaf), leaf);
@@ -156,17 +144,10 @@ TEST(BDDLStructItem_itr, SingleStructureItemsTakeAStructureAndShowItsViews)
     EXPECT_EQ(leaf->parent(), run.root.get());
     EXPECT_EQ(single->getFirstChild(), leaf->getFirstChild());
     EXPECT_EQ(single->getLastChild(), view(*leaf, 2));
-    EXPECT_EQ(single->getFirstChild()->getParentNode(), leaf);
-}
 
-TEST(BDDLStructItem_itr, SiblingsAreTheOwnersOtherViews)
-{
-    TestRun run;
-    EXPECT_EQ(view(*run.root, countIndex)->getPreviousSibling(), nullptr);
-    EXPECT_EQ(view(*run.root, countIndex)->getNextSibling(), view(*run.root, singleIndex));
-    EXPECT_EQ(view(*run.root, flagIndex)->getPreviousSibling(), view(*run.root, arrayIndex));
+    // Siblings are the owner's other views, also for a view the caller made.
+    EXPECT_EQ(count->getPreviousSibling(), nullptr);
+    EXPECT_EQ(count->getNextSibling(), single);
     EXPECT_EQ(view(*run.root, flagIndex)->getNextSibling(), nullptr);
-    // A view the caller made stands at its index among the owner's views.
-    const std::unique_ptr<BDDLStructItem_itr> own = run.root->getNewItemItrByEnum(itemArray);
-    EXPECT_EQ(own->getNextSibling(), view(*run.root, flagIndex));
+    EXPECT_EQ(run.root->getNewItemItrByEnum(itemArray)->getNextSibling(), view(*run.root, flagIndex));
 }

@@ -1,5 +1,7 @@
 #include "testcamera.h"
 
+#include <algorithm>
+#include <array>
 #include <vector>
 
 namespace testcamera {
@@ -7,30 +9,38 @@ namespace testcamera {
 namespace {
 
 const int32_t kTypeList[] = {1, 0};
+constexpr BDDItem kEnd = {0, {}, nullptr, nullptr};
 
 BDDItem rootItems[] = {
     {itemCount, {}, kTypeList, bddFieldAccessor<&TestRoot::m_count, vtUInt>},
     {itemSingle, {}, kTypeList, bddFieldAccessor<&TestRoot::m_single, vtStructure>},
     {itemArray, {}, kTypeList, bddFieldAccessor<&TestRoot::m_array, vtStructureArray>},
     {itemFlag, {}, kTypeList, bddFieldAccessor<&TestRoot::m_flag, vtUChar>},
-    {0, {}, nullptr, nullptr},
+    kEnd,
 };
 BDDItem leafItems[] = {
     {itemValue, {}, kTypeList, bddFieldAccessor<&TestLeaf::m_value, vtInt>},
     {itemLabel, {}, kTypeList, bddFieldAccessor<&TestLeaf::m_label, vtString>},
     {itemUnnamed, {}, kTypeList, bddFieldAccessor<&TestLeaf::m_unnamed, vtDouble>},
-    {0, {}, nullptr, nullptr},
+    kEnd,
 };
-BDDItem emptyItems[] = {{0, {}, nullptr, nullptr}};
-#define TEST_ALL_ITEM(type, member, name) {itemAllBase + type, {}, kTypeList, bddFieldAccessor<&TestAll::member, type>},
-BDDItem allItems[] = {TEST_ALL_FIELDS(TEST_ALL_ITEM){0, {}, nullptr, nullptr}};
-#undef TEST_ALL_ITEM
+BDDItem emptyItems[] = {kEnd};
 
-BDDStructure rootStructure = {RootClass, rootItems, {}};
-BDDStructure leafStructure = {LeafClass, leafItems, {}};
-BDDStructure emptyStructure = {EmptyClass, emptyItems, {}};
-BDDStructure allStructure = {AllClass, allItems, {}};
-BDDStructure *structures[] = {&rootStructure, &leafStructure, &emptyStructure, &allStructure, nullptr};
+template <int Code>
+void allAccessor(BDDLStructBase *node, BDDItemObject &object)
+{
+    object.set(&static_cast<TestAll *>(node)->field<Code>(), BDDValueType(Code));
+}
+template <int... Codes>
+std::array<BDDItem, sizeof...(Codes) + 1> allItemsOf(std::integer_sequence<int, Codes...>)
+{
+    return {{{itemAllBase + Codes, {}, kTypeList, allAccessor<Codes>}..., kEnd}};
+}
+std::array<BDDItem, vtMemoryBuffer + 2> allItems = allItemsOf(AllCodes());
+
+BDDStructure structureList[] = {
+    {RootClass, rootItems, {}}, {LeafClass, leafItems, {}}, {EmptyClass, emptyItems, {}}, {AllClass, allItems.data(), {}}};
+BDDStructure *structures[] = {&structureList[0], &structureList[1], &structureList[2], &structureList[3], nullptr};
 
 // What a field holds and must free: nodes and vectors (buffers are the pool's).
 template <typename T>
@@ -54,6 +64,8 @@ void release(BDDStructureVector *&vector)
     delete vector;
 }
 
+std::vector<std::string> s_tokenNames;
+
 } // namespace
 
 BDDStructure *structureOf(ClassId classId)
@@ -69,22 +81,14 @@ TestRoot::~TestRoot()
 
 TestAll::~TestAll()
 {
-#define TEST_ALL_RELEASE(type, member, name) release(member);
-    TEST_ALL_FIELDS(TEST_ALL_RELEASE)
-#undef TEST_ALL_RELEASE
+    std::apply([](auto &...fields) { (release(fields), ...); }, m_fields);
 }
 
 BDDSchema *testSchema()
 {
-    static BDDSchema schema = [] {
-        BDDSchema made{{{itemCount, "count"}, {itemSingle, "single"}, {itemArray, "array"},
-                        {itemFlag, "flag"}, {itemValue, "value"}, {itemLabel, "label"}},
-                       structures, {}};
-#define TEST_ALL_NAME(type, member, name) made.m_itemNames.insert(itemAllBase + type, name);
-        TEST_ALL_FIELDS(TEST_ALL_NAME)
-#undef TEST_ALL_NAME
-        return made;
-    }();
+    static BDDSchema schema{{{itemCount, "count"}, {itemSingle, "single"}, {itemArray, "array"},
+                             {itemFlag, "flag"}, {itemValue, "value"}, {itemLabel, "label"}},
+                            structures, {}};
     return &schema;
 }
 
@@ -103,15 +107,12 @@ BDDLStructBase *testFactory(unsigned int classId)
     return nullptr;
 }
 
-static std::vector<std::string> s_tokenNames;
-
 uint32_t testStringToToken(std::string *name)
 {
-    for (size_t i = 0; i < s_tokenNames.size(); ++i)
-        if (s_tokenNames[i] == *name)
-            return uint32_t(i + 1);
-    s_tokenNames.push_back(*name);
-    return uint32_t(s_tokenNames.size());
+    const auto found = std::find(s_tokenNames.begin(), s_tokenNames.end(), *name);
+    if (found == s_tokenNames.end())
+        return s_tokenNames.push_back(*name), uint32_t(s_tokenNames.size());
+    return uint32_t(found - s_tokenNames.begin() + 1);
 }
 
 std::string testTokenToString(unsigned int id)
@@ -142,11 +143,8 @@ QStringList recordsOf(const RepositoryComponents::DocumentAnalysis &analysis)
         return lines;
     for (const auto &[group, contents] : document->contentGroups()) {
         const auto line = [group = group](const char *kind, const auto &item) {
-            return QStringLiteral("%1 %2 %3|%4")
-                .arg(QLatin1String(kind))
-                .arg(group)
-                .arg(QString::fromStdString(item.description()))
-                .arg(item.totalSize());
+            return QStringLiteral("%1 %2 %3|%4").arg(QLatin1String(kind)).arg(group)
+                .arg(QString::fromStdString(item.description())).arg(item.totalSize());
         };
         for (const auto &entry : contents->contentItems())
             lines << line("content", *entry.second);

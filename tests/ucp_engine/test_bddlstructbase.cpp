@@ -10,15 +10,13 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <tuple>
 #include <typeinfo>
 
 using namespace testcamera;
 
 namespace {
 
-// The item object of one TestAll field.
-BDDItemObject itemOf(BDDLStructBase &node, BDDValueType type)
+BDDItemObject itemOf(BDDLStructBase &node, int type)
 {
     BDDItemObject object;
     EXPECT_TRUE(node.getItemObjectByEnum(itemAllBase + type, object)) << "value type " << type;
@@ -31,12 +29,6 @@ QByteArray bytes(std::initializer_list<int> values)
     for (int value : values)
         result.append(char(value));
     return result;
-}
-
-// One character per byte, NULs included (the form serialised trees carry).
-QString latin1(const QByteArray &bytes)
-{
-    return QString::fromLatin1(bytes.constData(), bytes.size());
 }
 
 } // namespace
@@ -55,57 +47,36 @@ TEST(BDDLStructBase, ItemLookupByIdAndIndex)
     ASSERT_TRUE(leaf.getItemObjectByIndex(0, object));
     EXPECT_EQ(object.value(), &leaf.m_value);
     EXPECT_FALSE(leaf.getItemObjectByEnum(itemCount, object)) << "an id of another class";
-
-    // An item array whose first id is 0 has no items.
-    TestEmpty empty;
+    TestEmpty empty; // its item array starts with the terminator
     EXPECT_EQ(empty.getCountOfItems(), 0u);
     EXPECT_FALSE(empty.getItemObjectByIndex(0, object));
     EXPECT_EQ(empty.getNewItemItrByIndex(0), nullptr);
     EXPECT_EQ((BDDStructure{9, nullptr, {}}).countItems(), 0u);
-}
 
-TEST(BDDLStructBase, RawItemAccessorsFailWithTheirTexts)
-{
     TestRun run;
-    TestLeaf *leaf = run.make<TestLeaf>();
-    run.root->m_single = leaf;
+    run.root->m_single = run.make<TestLeaf>();
     EXPECT_EQ(thrownText([&] { run.root->rawBDDItemValue(99); }), "std: rawBDDItemValue requested on non existant item");
     EXPECT_EQ(thrownText([&] { run.root->rawBDDItemValue(itemSingle); }), "rawBDDItemValue reqested on non scalar item");
     EXPECT_EQ(thrownText([&] { run.root->rawBDDItemStructPtr(99); }), "rawBDDItemStructPtr reqested on non existant item");
     EXPECT_EQ(thrownText([&] { run.root->rawBDDItemStructPtr(itemCount); }), "rawBDDItemValue reqested on non scalar item");
-    EXPECT_EQ(thrownText([&] { run.root->setBDDItemStructPtr(99, nullptr); }),
-              "rawBDDItemStructPtr reqested on non existant item");
-    EXPECT_EQ(run.root->rawBDDItemStructPtr(itemSingle), leaf);
-    run.root->setBDDItemStructPtr(itemCount, leaf); // not a structure: left alone
+    EXPECT_EQ(run.root->rawBDDItemStructPtr(itemSingle), run.root->m_single);
+    run.root->setBDDItemStructPtr(itemCount, run.root->m_single); // not a structure: left alone
     EXPECT_EQ(run.root->m_count, 0u);
 }
 
-TEST(BDDItemObject, OnlyStructureKindsLookThroughTheirPointerForEmptiness)
-{
-    EXPECT_TRUE(BDDItemObject().isEmpty());
-    TestAll all;
-    for (int code = vtSChar; code <= vtMemoryBuffer; ++code)
-        EXPECT_EQ(itemOf(all, BDDValueType(code)).isEmpty(), code == vtStructure || code == vtStructureArray)
-            << "value type " << code;
-    all.m_structure = new TestLeaf;
-    EXPECT_FALSE(itemOf(all, vtStructure).isEmpty());
-}
-
-TEST(BDDItemObject, ScalarsConvertBothWays)
+TEST(BDDItemObject, ScalarsConvertBothWaysAndOnlyStructuresAreEmptyWhenNull)
 {
     using ulong = unsigned long;
     const struct
     {
-        BDDValueType type;
+        int type;
         QVariant in, out;                // out with the variant type it must have
         std::optional<ulong> asInteger; // getScalarAsSizet: signed codes sign-extend
     } cases[] = {
         {vtSChar, -7, -7, ulong(-7)},
         {vtShort, -300, -300, ulong(-300)},
-        {vtInt, -70000, -70000, ulong(-70000)},
         {vtLongLong, qlonglong(-5000000000), qlonglong(-5000000000), ulong(-5000000000)},
         {vtUChar, 200u, 200, 200},
-        {vtUShort, 60000u, 60000, 60000},
         {vtUInt, 4000000000u, 4000000000u, 4000000000ul},
         {vtULongLong, qulonglong(18000000000000000000ull), qulonglong(18000000000000000000ull), 18000000000000000000ul},
         {vtChar, -1, -1, ulong(-1)},
@@ -128,23 +99,30 @@ TEST(BDDItemObject, ScalarsConvertBothWays)
         EXPECT_EQ(object.getScalarAsSizet(integer), c.asInteger.has_value()) << "value type " << c.type;
         EXPECT_EQ(integer, c.asInteger.value_or(7)) << "value type " << c.type;
     }
+
+    EXPECT_TRUE(BDDItemObject().isEmpty());
+    TestAll all;
+    for (int code = vtSChar; code <= vtMemoryBuffer; ++code)
+        EXPECT_EQ(itemOf(all, code).isEmpty(), code == vtStructure || code == vtStructureArray) << "value type " << code;
+    all.field<vtStructure>() = new TestLeaf;
+    EXPECT_FALSE(itemOf(all, vtStructure).isEmpty());
 }
 
 TEST(BDDItemObject, ScalarArraysTravelAsBigEndianBytesAndBack)
 {
     TestAll from;
-    from.m_scharArray = new BDDScalarArray<vtSCharArray>{-128, 127};
-    from.m_shortArray = new BDDScalarArray<vtShortArray>{0x0102, -2};
-    from.m_intArray = new BDDScalarArray<vtIntArray>{INT32_MIN};
-    from.m_longlongArray = new BDDScalarArray<vtLongLongArray>{-1};
-    from.m_ucharArray = new BDDScalarArray<vtUCharArray>{0, 255};
-    from.m_ushortArray = new BDDScalarArray<vtUShortArray>{65535};
-    from.m_uintArray = new BDDScalarArray<vtUIntArray>{0xDEADBEEF};
-    from.m_ulonglongArray = new BDDScalarArray<vtULongLongArray>{1};
-    from.m_charArray = new BDDScalarArray<vtCharArray>{-1, 'A'};
-    from.m_wcharArray = new BDDScalarArray<vtWCharArray>{0x12345};
-    from.m_doubleArray = new BDDScalarArray<vtDoubleArray>{1.0};
-    from.m_floatArray = new BDDScalarArray<vtFloatArray>{1.5f, -2.0f};
+    from.field<vtSCharArray>() = new BDDScalarArray<vtSCharArray>{-128, 127};
+    from.field<vtShortArray>() = new BDDScalarArray<vtShortArray>{0x0102, -2};
+    from.field<vtIntArray>() = new BDDScalarArray<vtIntArray>{INT32_MIN};
+    from.field<vtLongLongArray>() = new BDDScalarArray<vtLongLongArray>{-1};
+    from.field<vtUCharArray>() = new BDDScalarArray<vtUCharArray>{0, 255};
+    from.field<vtUShortArray>() = new BDDScalarArray<vtUShortArray>{65535};
+    from.field<vtUIntArray>() = new BDDScalarArray<vtUIntArray>{0xDEADBEEF};
+    from.field<vtULongLongArray>() = new BDDScalarArray<vtULongLongArray>{1};
+    from.field<vtCharArray>() = new BDDScalarArray<vtCharArray>{-1, 'A'};
+    from.field<vtWCharArray>() = new BDDScalarArray<vtWCharArray>{0x12345};
+    from.field<vtDoubleArray>() = new BDDScalarArray<vtDoubleArray>{1.0};
+    from.field<vtFloatArray>() = new BDDScalarArray<vtFloatArray>{1.5f, -2.0f};
     const QByteArray expected[] = {
         bytes({0x80, 0x7F}),        bytes({1, 2, 0xFF, 0xFE}),  bytes({0x80, 0, 0, 0}),
         QByteArray(8, '\xFF'),      bytes({0, 0xFF}),           bytes({0xFF, 0xFF}),
@@ -153,96 +131,78 @@ TEST(BDDItemObject, ScalarArraysTravelAsBigEndianBytesAndBack)
     };
     TestAll to;
     for (int code = vtSCharArray; code <= vtFloatArray; ++code) {
-        const QVariant value = itemOf(from, BDDValueType(code)).getAsQVariant(nullptr);
+        const QVariant value = itemOf(from, code).getAsQVariant(nullptr);
         EXPECT_EQ(value, QVariant(expected[code - vtSCharArray])) << "value type " << code;
-        EXPECT_TRUE(itemOf(to, BDDValueType(code)).setFromQVariant(latin1(value.toByteArray()), nullptr));
-        EXPECT_EQ(itemOf(to, BDDValueType(code)).getAsQVariant(nullptr), value) << "value type " << code;
+        // Serialised trees carry the bytes as text, one character per byte.
+        const QByteArray raw = value.toByteArray();
+        EXPECT_TRUE(itemOf(to, code).setFromQVariant(QString::fromLatin1(raw.constData(), raw.size()), nullptr));
+        EXPECT_EQ(itemOf(to, code).getAsQVariant(nullptr), value) << "value type " << code;
     }
-    EXPECT_EQ(*to.m_floatArray, *from.m_floatArray);
+    EXPECT_EQ(*to.field<vtFloatArray>(), *from.field<vtFloatArray>());
 
     // A byte array works as well as text; a trailing partial element is ignored.
     TestAll all;
     EXPECT_TRUE(itemOf(all, vtFloatArray).setFromQVariant(expected[vtFloatArray - vtSCharArray].left(5), nullptr));
-    EXPECT_EQ(*all.m_floatArray, (std::vector<float>{1.5f}));
-    EXPECT_FALSE(QStringToVector(QString(), &all.m_floatArray));
-    EXPECT_FALSE(QStringToVector<float>(QStringLiteral("abcd"), nullptr));
-    EXPECT_EQ(*all.m_floatArray, (std::vector<float>{1.5f})) << "a failed parse changes nothing";
+    EXPECT_EQ(*all.field<vtFloatArray>(), (std::vector<float>{1.5f}));
+    EXPECT_FALSE(QStringToVector(QString(), &all.field<vtFloatArray>()));
+    EXPECT_EQ(*all.field<vtFloatArray>(), (std::vector<float>{1.5f})) << "a failed parse changes nothing";
     EXPECT_EQ(itemOf(all, vtIntArray).getAsQVariant(nullptr), QVariant(QByteArray())) << "no vector";
 }
 
-TEST(BDDItemObject, TokensStructuresAndStrings)
+TEST(BDDItemObject, TokensStructuresStringsAndBuffers)
 {
     TestRun run;
     TestAll all;
     BDDItemObject token = itemOf(all, vtToken);
     EXPECT_TRUE(token.setFromQVariant(QStringLiteral("tokenAlpha"), &run.ctx));
     std::string name = "tokenAlpha";
-    EXPECT_EQ(all.m_token, testStringToToken(&name));
+    EXPECT_EQ(all.field<vtToken>(), testStringToToken(&name));
     EXPECT_EQ(token.getAsQVariant(&run.ctx), QVariant(QStringLiteral("tokenAlpha")));
     EXPECT_FALSE(token.setFromQVariant(QStringLiteral("x"), nullptr)) << "no context, no token";
-    EXPECT_FALSE(token.getAsQVariant(nullptr).isValid());
-
-    all.m_structure = new TestLeaf;
-    for (BDDValueType type : {vtStructure, vtStructureArray}) {
+    all.field<vtStructure>() = new TestLeaf;
+    for (int type : {vtStructure, vtStructureArray}) {
         EXPECT_FALSE(itemOf(all, type).getAsQVariant(nullptr).isValid()) << "value type " << type;
         EXPECT_FALSE(itemOf(all, type).setFromQVariant(QStringLiteral("1"), nullptr)) << "value type " << type;
     }
     BDDStructureVector *vector = nullptr;
     EXPECT_FALSE(itemOf(all, vtStructure).getRawStructVectorPtr(&vector));
-    EXPECT_FALSE(itemOf(all, vtString).setRawStructPtr(all.m_structure));
-
+    EXPECT_FALSE(itemOf(all, vtString).setRawStructPtr(all.field<vtStructure>()));
     EXPECT_TRUE(itemOf(all, vtString).setFromQVariant(QStringLiteral("h\u00e9llo"), nullptr));
     EXPECT_EQ(itemOf(all, vtString).getAsQVariant(nullptr), QVariant(QStringLiteral("h\u00e9llo")));
-}
 
-TEST(BDDItemObject, BuffersGiveTheirBytesAndTakeNewOnesAtTheCursor)
-{
-    TestRun run;
-    TestAll all;
+    // Buffers come from the run's pool and take new bytes at their cursor.
     BDDItemObject buffer = itemOf(all, vtMemoryBuffer);
     EXPECT_TRUE(buffer.setFromQVariant(QString(), &run.ctx)) << "empty text writes nothing";
-    EXPECT_EQ(all.m_buffer, nullptr);
+    EXPECT_EQ(all.field<vtMemoryBuffer>(), nullptr);
     EXPECT_TRUE(buffer.setFromQVariant(QStringLiteral("abc"), &run.ctx));
-    ASSERT_NE(all.m_buffer, nullptr);
-    EXPECT_EQ(run.pool.sizeOfMemoryBufferPool(), 1u) << "the buffer comes from the run's pool";
-    all.m_buffer->seek(1);
+    ASSERT_NE(all.field<vtMemoryBuffer>(), nullptr);
+    EXPECT_EQ(run.pool.sizeOfMemoryBufferPool(), 1u);
+    all.field<vtMemoryBuffer>()->seek(1);
     EXPECT_TRUE(buffer.setFromQVariant(QByteArray("XYZ"), &run.ctx));
     EXPECT_EQ(buffer.getAsQVariant(&run.ctx), QVariant(QByteArray("aXYZ")));
-    EXPECT_EQ(all.m_buffer->tell(), 4u) << "reading the value leaves the cursor alone";
-    all.m_buffer->allowBufferExpansion(false);
+    all.field<vtMemoryBuffer>()->allowBufferExpansion(false);
     EXPECT_THROW(buffer.setFromQVariant(QStringLiteral("more"), &run.ctx), WriteBufferException);
-
     TestAll orphan;
     EXPECT_FALSE(itemOf(orphan, vtMemoryBuffer).setFromQVariant(QStringLiteral("abc"), nullptr)) << "no pool";
-    EXPECT_EQ(itemOf(orphan, vtMemoryBuffer).getAsQVariant(nullptr), QVariant(QByteArray()));
 }
 
-TEST(BDDLStructBase, ChildrenListDoesNotOwn)
+TEST(BDDLStructBase, ChildrenAndTheInputBytesANodeCovers)
 {
     TestLeaf parent, first, second; // on the stack: an owning list would free them twice
-    EXPECT_EQ(parent.getChild(0), nullptr);
     EXPECT_EQ(parent.RemoveLastChild(), nullptr);
     parent.AddChild(&first);
     parent.AddChild(&second);
-    EXPECT_EQ(parent.getChild(1), &second);
     EXPECT_EQ(parent.getChild(2), nullptr) << "an index equal to the count";
     EXPECT_EQ(parent.RemoveLastChild(), &second);
-    EXPECT_EQ(parent.countChildren(), 1u);
-}
 
-TEST(BDDLStructBase, ReadingStartsAtTheCursorAndNodeBytesAreTheInputCovered)
-{
     TestRun run;
     run.input.putRawBytes("0123456789", 10);
     run.input.seek(6);
-    TestLeaf *leaf = run.make<TestLeaf>();
-    const std::unique_ptr<TestLeaf> owner(leaf);
+    const std::unique_ptr<TestLeaf> leaf(run.make<TestLeaf>());
     leaf->m_size = 3;
     EXPECT_EQ(leaf->initialBeforeReadFromBuffer(&run.ctx, run.root.get(), run.root.get()), 0u);
-    EXPECT_EQ(leaf->parent(), run.root.get());
-    EXPECT_EQ(leaf->position(), 6u);
+    EXPECT_EQ(leaf->position(), 6u) << "reading starts at the cursor";
     EXPECT_EQ(leaf->size(), 0u);
-
     const struct
     {
         uint32_t position, size;
@@ -254,40 +214,32 @@ TEST(BDDLStructBase, ReadingStartsAtTheCursorAndNodeBytesAreTheInputCovered)
         EXPECT_EQ(leaf->toQByteArray(), c.expected) << "position " << c.position << " size " << c.size;
     }
     EXPECT_EQ(run.input.tell(), 6u);
-    TestLeaf loose;
-    loose.m_size = 4;
-    EXPECT_EQ(loose.toQByteArray(), QByteArray()) << "no root, no input";
+    EXPECT_EQ(first.toQByteArray(), QByteArray()) << "no root, no input";
 }
 
 TEST(BDDLStructBase, WriteCheckPassesCheckedNodesAndReportsUncheckedOnes)
 {
     TestRun run;
-    TestLeaf *leaf = run.make<TestLeaf>();
-    const std::unique_ptr<TestLeaf> owner(leaf);
+    const std::unique_ptr<TestLeaf> leaf(run.make<TestLeaf>());
     leaf->m_position = 0x2a;
     LogCapture log;
     leaf->m_processStatus = 0x84;
-    EXPECT_TRUE(run.root->ucpNodeOkToWrite(leaf));
+    EXPECT_TRUE(run.root->ucpNodeOkToWrite(leaf.get()));
     leaf->m_processStatus = 5;
-    EXPECT_FALSE(run.root->ucpNodeOkToWrite(leaf));
+    EXPECT_FALSE(run.root->ucpNodeOkToWrite(leaf.get()));
     EXPECT_TRUE(log.messages().isEmpty()) << "refusals of processed nodes are silent";
-    EXPECT_TRUE(recordsOf(run.analysis).isEmpty());
-
     leaf->m_processStatus = 0;
-    EXPECT_FALSE(run.root->ucpNodeOkToWrite(leaf));
+    EXPECT_FALSE(run.root->ucpNodeOkToWrite(leaf.get()));
     const QString text = QStringLiteral("Object 'TestLeaf' at 2a not checked before writing");
     EXPECT_EQ(log.messages(), QStringList{QStringLiteral("VX_ERROR: 96 : 464 : \"%1\"").arg(text)});
     EXPECT_EQ(recordsOf(run.analysis), QStringList{QStringLiteral("issue 464 %1|0|96").arg(text)});
 
     // The node is named by its description, else its item name, else its class.
-    for (const auto &[description, itemName, expected] :
-         {std::tuple{"noname", "hung", "'hung'"}, std::tuple{"noname", "noname", "'TestLeaf'"}}) {
-        leaf->m_description = description;
-        leaf->m_itemName = itemName;
-        log.clear();
-        run.root->ucpNodeOkToWrite(leaf);
-        EXPECT_TRUE(log.messages().value(0).contains(QLatin1String(expected))) << log.messages().value(0).toStdString();
-    }
+    leaf->m_description = "noname";
+    leaf->m_itemName = "hung";
+    log.clear();
+    run.root->ucpNodeOkToWrite(leaf.get());
+    EXPECT_TRUE(log.messages().value(0).contains("'hung'")) << log.messages().value(0).toStdString();
 }
 
 TEST(BDDLStructBase, LiveNodeCountReturnsToItsStartWhenATreeGoes)
