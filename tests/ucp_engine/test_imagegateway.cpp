@@ -36,7 +36,6 @@ protected:
     bool sessionRunsCameras()
     {
         MemoryBuffer input, output;
-        input.m_name = "probe";
         input.putRawBytes("probe", 5);
         const bool runs = !isVX2_RetStatusFail(m_session->pushCamera(&input, &output, ft_png, nullptr));
         m_session->analysis().ClearAllDocuments();
@@ -51,16 +50,8 @@ protected:
 
 TEST_F(ImageGateway, EachSettingAndCameraOutcome)
 {
-    const struct
-    {
-        const char *setting;
-        ft_t type;
-        const char *what;
-        cameraStatus_t result;
-        Bytes after;
-        QStringList records;
-        cameraStatus_t nodeStatus;
-    } cases[] = {
+    const struct { const char *setting; ft_t type; const char *what; cameraStatus_t result; Bytes after;
+                   QStringList records; cameraStatus_t rootStatus; } cases[] = {
         {"disallow", ft_png, "reported, left alone", 181, kImage,
          {"issue 1001 Embedded Image present in TestLeaf|0|96"}, 153},
         {"allow", ft_png, "reported, left alone", 0, kImage, {"content 241 Embedded Image present in TestLeaf|0"}, 0},
@@ -73,28 +64,41 @@ TEST_F(ImageGateway, EachSettingAndCameraOutcome)
         {"sanitise", ft_gif, "no camera for the type", 128, padded(""), {}, 0},
     };
     for (const auto &c : cases) {
-        setPolicy(QByteArray("<embedded_images>") + c.setting + "</embedded_images>");
-        newRun();
+        setPolicy(element("embedded_images", c.setting));
         Bytes bytes = kImage;
         EXPECT_EQ(gateway(bytes, c.type), c.result) << c.setting << ": " << c.what;
         EXPECT_EQ(bytes, c.after) << c.setting << ": " << c.what;
         EXPECT_EQ(records(), c.records) << c.setting << ": " << c.what;
-        EXPECT_EQ(root()->m_cameraStatus, c.nodeStatus) << c.setting << ": " << c.what;
+        EXPECT_EQ(root()->m_cameraStatus, c.rootStatus) << c.setting << ": " << c.what;
     }
     // Each of the four image cameras was given a copy of the image: 4 x 11 bytes.
     EXPECT_EQ(cameraRecords(), QStringList{"content 7 image=IMAGE-BYTES stream=|44"});
 
-    // Without an image node the report names none.
-    setPolicy("<embedded_images>allow</embedded_images>");
-    newRun();
+    setPolicy(element("embedded_images", "allow")); // without an image node the report names none
     Bytes bytes = kImage;
     EXPECT_EQ(imageCameraGateway(&bytes, ft_png, nullptr, 0, root(), kItem), 0u);
     EXPECT_EQ(records(), QStringList{"content 241 Embedded Image present in noname|0"});
 }
 
-TEST_F(ImageGateway, ImportModeHandsTheImageOverAsTheStreamName)
+TEST_F(ImageGateway, ExportPutsTheExportTextInPlaceOfTheImage)
 {
-    setPolicy("<embedded_images>sanitise</embedded_images>");
+    setPolicy(element("embedded_images", "sanitise"));
+    ASSERT_TRUE(m_session->registryEntry(CameraBase::regInput).setFilePath("in"));
+    ASSERT_TRUE(m_session->registryEntry(CameraBase::regExport).setFilePath("archive.zip"));
+    const cameraStatus_t failed = sessionRunsCameras() ? 0 : 128;
+    m_session->setExportText("ref:7");
+    Bytes bytes = kImage;
+    EXPECT_EQ(gateway(bytes, ft_png), failed);
+    EXPECT_EQ(bytes, padded("ref:7"));
+    m_session->setExportText("a reference longer than the image");
+    bytes = kImage;
+    EXPECT_EQ(gateway(bytes, ft_png), failed ? failed : 162u);
+    EXPECT_EQ(bytes, kImage);
+}
+
+TEST_F(ImageGateway, ImportHandsTheImageOverAsTheStreamName)
+{
+    setPolicy(element("embedded_images", "sanitise"));
     ASSERT_TRUE(m_session->registryEntry(CameraBase::regImport).setFilePath("archive.zip"));
     ASSERT_TRUE(m_session->registryEntry(CameraBase::regOutput).setFilePath("out"));
     const bool runs = sessionRunsCameras();
@@ -109,35 +113,15 @@ TEST_F(ImageGateway, ImportModeHandsTheImageOverAsTheStreamName)
         EXPECT_EQ(m_run->pool.allocateBuffer(kImage.size())->m_streamName, "") << "buffer " << i;
 }
 
-TEST_F(ImageGateway, ExportModeReplacesTheImageWithTheExportText)
-{
-    setPolicy("<embedded_images>sanitise</embedded_images>");
-    ASSERT_TRUE(m_session->registryEntry(CameraBase::regInput).setFilePath("in"));
-    ASSERT_TRUE(m_session->registryEntry(CameraBase::regExport).setFilePath("archive.zip"));
-    const cameraStatus_t failed = sessionRunsCameras() ? 0 : 128;
-    m_session->setExportText("ref:7");
-    Bytes bytes = kImage;
-    EXPECT_EQ(gateway(bytes, ft_png), failed);
-    EXPECT_EQ(bytes, padded("ref:7"));
-    m_session->setExportText("a reference longer than the image");
-    bytes = kImage;
-    EXPECT_EQ(gateway(bytes, ft_png), failed ? failed : 162u);
-    EXPECT_EQ(bytes, kImage);
-}
-
 TEST_F(ImageGateway, FailuresInsideEndWith182)
 {
-    setPolicy("<embedded_images>sanitise</embedded_images>");
+    setPolicy(element("embedded_images", "sanitise"));
     Bytes bytes = kImage;
     testcamera::TestRun detached; // no session, so no policy
     testcamera::TestLeaf orphan;  // not in any tree
-    const struct
-    {
-        const char *what;
-        Bytes *image;
-        BDDLStructBase *node;
-    } cases[] = {{"no image", nullptr, root()}, {"no session", &bytes, detached.root.get()},
-                 {"no tree", &bytes, &orphan},  {"no node", &bytes, nullptr}};
+    const struct { const char *what; Bytes *image; BDDLStructBase *node; } cases[] = {
+        {"no image", nullptr, root()}, {"no session", &bytes, detached.root.get()},
+        {"no tree", &bytes, &orphan},  {"no node", &bytes, nullptr}};
     for (const auto &c : cases) {
         LogCapture log;
         EXPECT_EQ(imageCameraGateway(c.image, ft_png, &m_imageNode, 0, c.node, kItem), 182u) << c.what;
