@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-
 using namespace testcamera;
 
 namespace {
@@ -27,14 +25,13 @@ protected:
             node->setParent(m_run.root.get());
     }
 
-    // Name of a node, with structures told apart by their description.
+    // A node's name; structures as <description>.
     static QString label(UCPNode *node)
     {
         if (auto *structure = dynamic_cast<BDDLStructBase *>(node))
             return QStringLiteral("<%1>").arg(QLatin1String(structure->m_description));
         return node ? node->getNodeName() : QStringLiteral("(null)");
     }
-
     // The labels of the nodes a move gives until it gives null (at most 50).
     template <typename Move>
     static QStringList walk(Move move)
@@ -44,7 +41,6 @@ protected:
             visited << label(node);
         return visited;
     }
-
     static UCPNode *view(BDDLStructBase *node, unsigned long index)
     {
         node->makeUCPItemItrsReady();
@@ -58,21 +54,6 @@ protected:
 };
 
 } // namespace
-
-TEST(UCPNodeAttributes, TableOfNamesAndPositions)
-{
-    const UCPNodeAttributes &attributes = UCPNodeAttributes::getInstance();
-    const char *names[] = {"offset", "size", "eitem", "estrc", "type_string", "name", "streamname", "cameraname"};
-    for (int i = 0; i < 8; ++i) {
-        EXPECT_EQ(attributes.getAttribute(QLatin1String(names[i])), i);
-        EXPECT_EQ(attributes.getAttribute(UCPNodeAttribute(i)), QLatin1String(names[i]));
-    }
-    EXPECT_EQ(attributes.getAttribute(QStringLiteral("foo")), naUnknown);
-    EXPECT_EQ(int(naUnknown), -1);
-    EXPECT_EQ(attributes.getAttribute(naUnknown), QStringLiteral("unknown"));
-    EXPECT_EQ(attributes.getAttribute(UCPNodeAttribute(8)), QStringLiteral("unknown"));
-    EXPECT_THROW(attributes.getAttribute(UCPNodeAttribute(-2)), std::out_of_range);
-}
 
 TEST_F(Walker, NextAndPreviousNodeVisitTheTreeInDocumentOrder)
 {
@@ -88,8 +69,6 @@ TEST_F(Walker, NextAndPreviousNodeVisitTheTreeInDocumentOrder)
     EXPECT_EQ(walk([&] { return walker.previousNode(); }),
               (QStringList{"<TestEmpty>", ":schemamissing:", "label", "value", "<B>", "array", ":schemamissing:",
                            "label", "value", "single", "count", "<TestRoot>"}));
-    walker.setCurrentNode(view(m_run.root.get(), 0));
-    EXPECT_EQ(walker.previousNode(), m_run.root.get()) << "from the first view to its structure";
     EXPECT_EQ(walker.previousNode(), nullptr) << "nothing before the walk's root";
     EXPECT_EQ(walker.getCurrentNode(), m_run.root.get());
 }
@@ -105,17 +84,13 @@ TEST_F(Walker, MovesAreRelativeToTheCurrentNodeAndKeepItOnNull)
     EXPECT_EQ(label(walker.nextSibling()), QStringLiteral("<TestEmpty>"));
     EXPECT_EQ(walker.firstChild(), nullptr);
     EXPECT_EQ(label(walker.nextSibling()), QStringLiteral("flag")) << "climbs out of the array";
-    EXPECT_EQ(walker.nextSibling(), nullptr);
     EXPECT_EQ(label(walker.parentNode()), QStringLiteral("<TestRoot>"));
     EXPECT_EQ(thrownText([&] { walker.setCurrentNode(nullptr); }), "UCPTreeWalker::setCurrentNode:node null");
     EXPECT_EQ(walker.getCurrentNode(), m_run.root.get());
-
     // After setCurrentNode the walker climbs along parent links only: from
     // inside the single structure they lead to the root, past what follows "single".
     walker.setCurrentNode(view(m_leafA, 2));
     EXPECT_EQ(walker.nextNode(), nullptr);
-    walker.setCurrentNode(view(m_leafA, 0));
-    EXPECT_EQ(label(walker.parentNode()), QStringLiteral("<A>"));
 }
 
 TEST_F(Walker, NeverLeavesTheSubtreeOfItsRoot)
@@ -127,7 +102,5 @@ TEST_F(Walker, NeverLeavesTheSubtreeOfItsRoot)
     EXPECT_EQ(walker.getNextSibling(array), nullptr);
     EXPECT_EQ(walker.getParentNode(array), nullptr);
     EXPECT_EQ(walker.getParentNode(m_leafB), m_run.root.get()) << "helpers follow parent links";
-    EXPECT_EQ(walker.getNextSibling(m_leafB), m_empty);
-    EXPECT_EQ(walker.getNextSibling(nullptr), nullptr);
     EXPECT_EQ(UCPTreeWalker(m_empty).nextNode(), nullptr) << "a structure without items ends its own walk";
 }

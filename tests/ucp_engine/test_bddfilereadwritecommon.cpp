@@ -1,7 +1,6 @@
 #include "ucp_engine/bddfilereadwritecommon.h"
 
 #include "buffers/BufferExceptions.h"
-#include "qtprinters.h"
 
 #include <gtest/gtest.h>
 
@@ -12,100 +11,73 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// A context over its own two buffers.
 struct ScalarRun
 {
     MemoryBuffer input, output;
     context ctx;
-    ScalarRun()
+    explicit ScalarRun(const Bytes &bytes = {})
     {
         ctx.m_inputBuffer = &input;
         ctx.m_outputBuffer = &output;
-    }
-    void feed(const Bytes &bytes)
-    {
         input.putRawBytes(bytes.data(), bytes.size());
         input.seek(0);
     }
 };
 
-// Writes `value` plainly (little-endian buffers) and, where the type has one,
-// big-endian; checks the bytes, reads both back and checks the size counter.
+// Writes and reads `value` plainly (little-endian buffers), then big-endian where the type has that form.
 template <typename T>
 void roundTrip(T value, const Bytes &little)
 {
     SCOPED_TRACE(testing::Message() << "type " << typeid(T).name() << " value " << +value);
     constexpr bool bigEndian = BDDScalarIO::bigEndianCapable<T>;
     Bytes expected = little;
-    if (bigEndian)
+    ScalarRun writer;
+    EXPECT_TRUE(scal_writeToBuffer(&writer.ctx, value));
+    if constexpr (bigEndian) {
         expected.insert(expected.end(), little.rbegin(), little.rend());
-    ScalarRun run;
-    EXPECT_TRUE(scal_writeToBuffer(&run.ctx, value));
-    if constexpr (bigEndian) {
-        EXPECT_TRUE(scal_writeToBuffer_be(&run.ctx, value));
+        EXPECT_TRUE(scal_writeToBuffer_be(&writer.ctx, value));
     }
-    EXPECT_EQ(run.output.getBuffer(), expected);
+    EXPECT_EQ(writer.output.getBuffer(), expected);
 
-    run.feed(expected);
+    ScalarRun reader(expected);
     uint32_t size = 10;
-    T read{}, looked{};
-    if constexpr (BDDScalarIO::plainLookable<T>) {
-        EXPECT_TRUE(scal_lookBuffer(&run.ctx, looked));
-        EXPECT_EQ(looked, value);
-        EXPECT_EQ(run.input.tell(), 0u) << "looking does not move";
-    }
-    EXPECT_TRUE(scal_readFromBuffer(&run.ctx, read, size));
-    EXPECT_EQ(read, value);
+    T read{}, readBig{};
+    EXPECT_TRUE(scal_readFromBuffer(&reader.ctx, read, size));
     if constexpr (bigEndian) {
-        EXPECT_TRUE(scal_lookBuffer_be(&run.ctx, looked));
-        EXPECT_TRUE(scal_readFromBuffer_be(&run.ctx, read, size));
-        EXPECT_EQ(looked, value);
-        EXPECT_EQ(read, value);
+        EXPECT_TRUE(scal_readFromBuffer_be(&reader.ctx, readBig, size));
     }
-    EXPECT_EQ(size, 10 + expected.size());
-    EXPECT_EQ(run.input.sizeToEof(), 0u);
+    EXPECT_EQ(read, value);
+    EXPECT_EQ(readBig, bigEndian ? value : T{});
+    EXPECT_EQ(size, 10 + expected.size()) << "the size counter grows by the bytes read";
 }
 
 } // namespace
 
-TEST(ScalarAccess, EveryTypeWritesAndReadsItsWidth)
+TEST(ScalarAccess, TypesWriteAndReadTheirWidthInBothByteOrders)
 {
-    roundTrip<unsigned char>(0xAB, {0xAB});
     roundTrip<signed char>(-2, {0xFE});
-    roundTrip<char>('z', {'z'});
-    roundTrip<unsigned short>(0x0102, {0x02, 0x01});
     roundTrip<short>(-2, {0xFE, 0xFF});
     roundTrip<unsigned int>(0x01020304, {4, 3, 2, 1});
-    roundTrip<int>(-3, {0xFD, 0xFF, 0xFF, 0xFF});
-    roundTrip<unsigned long>(0x0102030405060708ul, {8, 7, 6, 5, 4, 3, 2, 1});
-    roundTrip<long>(-1, Bytes(8, 0xFF));
-    roundTrip<float>(1.5f, {0, 0, 0xC0, 0x3F});
+    roundTrip<long>(-3, {0xFD, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
     roundTrip<double>(-2.0, {0, 0, 0, 0, 0, 0, 0, 0xC0});
-    roundTrip<wchar_t>(0x2345, {0x45, 0x23});
-}
+    roundTrip<wchar_t>(0xA345, {0x45, 0xA3}); // two bytes, zero-extended on reading
+    ScalarRun wide;
+    EXPECT_TRUE(scal_writeToBuffer<wchar_t>(&wide.ctx, 0x12345));
+    EXPECT_EQ(wide.output.getBuffer(), (Bytes{0x45, 0x23})) << "the low 16 bits";
 
-TEST(ScalarAccess, WideCharactersAreTwoBytesAndPlainFormsFollowTheByteOrder)
-{
-    ScalarRun run;
-    EXPECT_TRUE(scal_writeToBuffer<wchar_t>(&run.ctx, 0x12345));
-    EXPECT_EQ(run.output.getBuffer(), (Bytes{0x45, 0x23})) << "the low 16 bits";
-    run.feed({0x45, 0xA3});
-    wchar_t wide = 0;
-    uint32_t size = 0;
-    EXPECT_TRUE(scal_readFromBuffer(&run.ctx, wide, size));
-    EXPECT_EQ(wide, 0xA345) << "zero-extended, not sign-extended";
-    EXPECT_EQ(size, 2u);
-
-    ScalarRun big;
-    big.output.byteOrder(MBBigEndian);
-    EXPECT_TRUE(scal_writeToBuffer<unsigned short>(&big.ctx, 0x0102));
-    EXPECT_EQ(big.output.getBuffer(), (Bytes{1, 2}));
+    ScalarRun run({1, 2});
+    run.output.byteOrder(MBBigEndian);
+    EXPECT_TRUE(scal_writeToBuffer<unsigned short>(&run.ctx, 0x0102));
+    EXPECT_EQ(run.output.getBuffer(), (Bytes{1, 2})) << "plain forms follow the buffer's byte order";
+    unsigned short looked = 0;
+    EXPECT_TRUE(scal_lookBuffer(&run.ctx, looked));
+    EXPECT_EQ(looked, 0x0201);
+    EXPECT_EQ(run.input.tell(), 0u) << "looking does not move";
 }
 
 TEST(ScalarAccess, FailuresPassToTheCallerAndLeaveTheSizeAlone)
 {
-    ScalarRun run;
-    run.feed({1, 2, 3});
+    ScalarRun run({1, 2, 3});
     unsigned int value = 0;
     uint32_t size = 5;
     EXPECT_THROW(scal_readFromBuffer(&run.ctx, value, size), ReadBufferException);
@@ -116,13 +88,10 @@ TEST(ScalarAccess, FailuresPassToTheCallerAndLeaveTheSizeAlone)
     run.output.allowBufferExpansion(false);
     EXPECT_THROW(scal_writeToBuffer<int>(&run.ctx, 1), WriteBufferException);
 
-    // No context or no buffer: false, nothing touched.
-    run.ctx.m_inputBuffer = run.ctx.m_outputBuffer = nullptr;
+    run.ctx.m_inputBuffer = run.ctx.m_outputBuffer = nullptr; // no buffer or context: false
     EXPECT_FALSE(scal_readFromBuffer(&run.ctx, value, size));
     EXPECT_FALSE(scal_writeToBuffer(&run.ctx, value));
-    EXPECT_FALSE(scal_readFromBuffer_be<unsigned int>(nullptr, value, size));
     EXPECT_FALSE(scal_lookBuffer(nullptr, value));
-    EXPECT_EQ(value, 0u);
     EXPECT_EQ(size, std::numeric_limits<uint32_t>::max() - 1);
 }
 
@@ -137,9 +106,7 @@ TEST(DepthOfReading, TwoHundredLevelsAreAllowed)
     EXPECT_TRUE(BDDL_DecreaseDepthOfReading(&ctx)); // the refused level counts until its reader leaves
     EXPECT_TRUE(BDDL_DecreaseDepthOfReading(&ctx));
     EXPECT_TRUE(BDDL_IncreaseDepthOfReading(&ctx)) << "back at 200";
-    EXPECT_FALSE(BDDL_IncreaseDepthOfReading(nullptr));
-    // A reader that never decreases stays refused instead of wrapping around.
-    ctx.m_depthOfReading = std::numeric_limits<int32_t>::max();
+    ctx.m_depthOfReading = std::numeric_limits<int32_t>::max(); // a reader that never leaves stays refused
     EXPECT_FALSE(BDDL_IncreaseDepthOfReading(&ctx));
     EXPECT_EQ(ctx.m_depthOfReading, std::numeric_limits<int32_t>::max());
 }

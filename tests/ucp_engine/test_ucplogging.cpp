@@ -9,15 +9,10 @@ TEST(UcpLogging, LprintfQuotesOneLineAndTbLogWritesTheTextAsItStands)
 {
     LogCapture log;
     lprintf("%s and %zu", "text", size_t(42));
-    lprintf("say \"%s\"", "hi");
-    lprintf("a\tb\n");
+    lprintf("say \"%s\"\t\n", "hi");
     tbLog("plain \"text\" line");
     tbLog(nullptr);
-    EXPECT_EQ(log.messages(), (QStringList{"\"text and 42\"", "\"say \\\"hi\\\"\"", "\"a\\tb\\n\"",
-                                           "plain \"text\" line", ""}));
-    for (const CapturedLogLine &line : log.lines()) {
-        EXPECT_EQ(line.type, QtDebugMsg) << line.message.toStdString();
-        EXPECT_EQ(line.category, QStringLiteral("default")) << line.message.toStdString();
-        EXPECT_FALSE(line.hasSourceLocation) << line.message.toStdString();
-    }
+    EXPECT_EQ(log.messages(), (QStringList{"\"text and 42\"", "\"say \\\"hi\\\"\\t\\n\"", "plain \"text\" line", ""}));
+    for (const CapturedLogLine &line : log.lines())
+        EXPECT_TRUE(line.type == QtDebugMsg && line.category == "default" && !line.hasSourceLocation) << line.message.toStdString();
 }
