@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <type_traits>
 #include <vector>
 
 namespace testcamera {
@@ -44,24 +45,14 @@ BDDStructure *structures[] = {&structureList[0], &structureList[1], &structureLi
 
 // What a field holds and must free: nodes and vectors (buffers are the pool's).
 template <typename T>
-void release(T &)
+void release(T &field)
 {
-}
-template <typename T>
-void release(std::vector<T> *&vector)
-{
-    delete vector;
-}
-void release(BDDLStructBase *&node)
-{
-    delete node;
-}
-void release(BDDStructureVector *&vector)
-{
-    if (vector != nullptr)
-        for (BDDLStructBase *element : *vector)
+    if constexpr (std::is_same_v<T, BDDStructureVector *>) {
+        for (BDDLStructBase *element : field ? *field : BDDStructureVector())
             delete element;
-    delete vector;
+    }
+    if constexpr (std::is_pointer_v<T> && !std::is_same_v<T, MemoryBuffer *>)
+        delete field;
 }
 
 std::vector<std::string> s_tokenNames;
@@ -95,14 +86,10 @@ BDDSchema *testSchema()
 BDDLStructBase *testFactory(unsigned int classId)
 {
     switch (classId) {
-    case RootClass:
-        return new TestRoot;
-    case LeafClass:
-        return new TestLeaf;
-    case EmptyClass:
-        return new TestEmpty;
-    case AllClass:
-        return new TestAll;
+    case RootClass: return new TestRoot;
+    case LeafClass: return new TestLeaf;
+    case EmptyClass: return new TestEmpty;
+    case AllClass: return new TestAll;
     }
     return nullptr;
 }

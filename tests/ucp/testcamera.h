@@ -1,14 +1,10 @@
 #pragma once
 
-// A small camera schema for the structure-tree tests, and a run that owns
-// everything a camera run owns (buffers, pool, repository, context, root).
-//
-//   TestRoot  (class 1, root)  1 "count" uint, 2 "single" structure,
-//                              3 "array" structure array, 4 "flag" uchar
+// A small camera schema for the structure-tree tests, and a run that owns what a camera run owns.
+//   TestRoot  (class 1, root)  1 "count" uint, 2 "single" structure, 3 "array" structure array, 4 "flag" uchar
 //   TestLeaf  (class 2)        5 "value" int, 6 "label" string, 7 (no name) double
 //   TestEmpty (class 3)        no items
-//   TestAll   (class 4)        item 100 + c holds a field<c>() of every value type c
-//
+//   TestAll   (class 4)        item 100 + c holds field<c>(), for every value type c
 // Classes free the nodes and vectors their fields hold; buffers belong to the pool.
 
 #include "analysis/RepositoryComponents.h"
@@ -98,8 +94,6 @@ std::string testTokenToString(unsigned int id);
 struct TestRun
 {
     TestRun();
-    TestRun(const TestRun &) = delete;
-    TestRun &operator=(const TestRun &) = delete;
 
     MemoryBuffer input, output;
     MemoryBufferPool pool;

@@ -1,7 +1,6 @@
 #include "ucp_engine/BDDLStructBase.h"
 
 #include "buffers/BufferExceptions.h"
-#include "cameras/camerabase.h"
 #include "logcapture.h"
 #include "qtprinters.h"
 #include "testcamera.h"
@@ -10,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <typeinfo>
 
 using namespace testcamera;
 
@@ -53,12 +51,10 @@ TEST(BDDLStructBase, ItemLookupByIdAndIndex)
     EXPECT_EQ(empty.getNewItemItrByIndex(0), nullptr);
     EXPECT_EQ((BDDStructure{9, nullptr, {}}).countItems(), 0u);
 
-    TestRun run;
+    TestRun run; // raw access by id
     run.root->m_single = run.make<TestLeaf>();
-    EXPECT_EQ(thrownText([&] { run.root->rawBDDItemValue(99); }), "std: rawBDDItemValue requested on non existant item");
     EXPECT_EQ(thrownText([&] { run.root->rawBDDItemValue(itemSingle); }), "rawBDDItemValue reqested on non scalar item");
     EXPECT_EQ(thrownText([&] { run.root->rawBDDItemStructPtr(99); }), "rawBDDItemStructPtr reqested on non existant item");
-    EXPECT_EQ(thrownText([&] { run.root->rawBDDItemStructPtr(itemCount); }), "rawBDDItemValue reqested on non scalar item");
     EXPECT_EQ(run.root->rawBDDItemStructPtr(itemSingle), run.root->m_single);
     run.root->setBDDItemStructPtr(itemCount, run.root->m_single); // not a structure: left alone
     EXPECT_EQ(run.root->m_count, 0u);
@@ -113,40 +109,33 @@ TEST(BDDItemObject, ScalarArraysTravelAsBigEndianBytesAndBack)
     TestAll from;
     from.field<vtSCharArray>() = new BDDScalarArray<vtSCharArray>{-128, 127};
     from.field<vtShortArray>() = new BDDScalarArray<vtShortArray>{0x0102, -2};
-    from.field<vtIntArray>() = new BDDScalarArray<vtIntArray>{INT32_MIN};
     from.field<vtLongLongArray>() = new BDDScalarArray<vtLongLongArray>{-1};
-    from.field<vtUCharArray>() = new BDDScalarArray<vtUCharArray>{0, 255};
-    from.field<vtUShortArray>() = new BDDScalarArray<vtUShortArray>{65535};
     from.field<vtUIntArray>() = new BDDScalarArray<vtUIntArray>{0xDEADBEEF};
-    from.field<vtULongLongArray>() = new BDDScalarArray<vtULongLongArray>{1};
-    from.field<vtCharArray>() = new BDDScalarArray<vtCharArray>{-1, 'A'};
     from.field<vtWCharArray>() = new BDDScalarArray<vtWCharArray>{0x12345};
     from.field<vtDoubleArray>() = new BDDScalarArray<vtDoubleArray>{1.0};
     from.field<vtFloatArray>() = new BDDScalarArray<vtFloatArray>{1.5f, -2.0f};
-    const QByteArray expected[] = {
-        bytes({0x80, 0x7F}),        bytes({1, 2, 0xFF, 0xFE}),  bytes({0x80, 0, 0, 0}),
-        QByteArray(8, '\xFF'),      bytes({0, 0xFF}),           bytes({0xFF, 0xFF}),
-        bytes({0xDE, 0xAD, 0xBE, 0xEF}), bytes({0, 0, 0, 0, 0, 0, 0, 1}), bytes({0xFF, 0x41}),
-        bytes({0, 1, 0x23, 0x45}),  bytes({0x3F, 0xF0, 0, 0, 0, 0, 0, 0}), bytes({0x3F, 0xC0, 0, 0, 0xC0, 0, 0, 0}),
-    };
+    const std::pair<int, QByteArray> expected[] = {
+        {vtSCharArray, bytes({0x80, 0x7F})}, {vtShortArray, bytes({1, 2, 0xFF, 0xFE})},
+        {vtLongLongArray, QByteArray(8, '\xFF')}, {vtUIntArray, bytes({0xDE, 0xAD, 0xBE, 0xEF})},
+        {vtWCharArray, bytes({0, 1, 0x23, 0x45})}, {vtDoubleArray, bytes({0x3F, 0xF0, 0, 0, 0, 0, 0, 0})},
+        {vtFloatArray, bytes({0x3F, 0xC0, 0, 0, 0xC0, 0, 0, 0})}, {vtIntArray, QByteArray()} /* no vector */};
     TestAll to;
-    for (int code = vtSCharArray; code <= vtFloatArray; ++code) {
+    for (const auto &[code, expectedBytes] : expected) {
         const QVariant value = itemOf(from, code).getAsQVariant(nullptr);
-        EXPECT_EQ(value, QVariant(expected[code - vtSCharArray])) << "value type " << code;
+        EXPECT_EQ(value, QVariant(expectedBytes)) << "value type " << code;
         // Serialised trees carry the bytes as text, one character per byte.
         const QByteArray raw = value.toByteArray();
-        EXPECT_TRUE(itemOf(to, code).setFromQVariant(QString::fromLatin1(raw.constData(), raw.size()), nullptr));
+        EXPECT_EQ(itemOf(to, code).setFromQVariant(QString::fromLatin1(raw.constData(), raw.size()), nullptr),
+                  !raw.isEmpty()) << "value type " << code;
         EXPECT_EQ(itemOf(to, code).getAsQVariant(nullptr), value) << "value type " << code;
     }
     EXPECT_EQ(*to.field<vtFloatArray>(), *from.field<vtFloatArray>());
 
     // A byte array works as well as text; a trailing partial element is ignored.
     TestAll all;
-    EXPECT_TRUE(itemOf(all, vtFloatArray).setFromQVariant(expected[vtFloatArray - vtSCharArray].left(5), nullptr));
-    EXPECT_EQ(*all.field<vtFloatArray>(), (std::vector<float>{1.5f}));
-    EXPECT_FALSE(QStringToVector(QString(), &all.field<vtFloatArray>()));
+    EXPECT_TRUE(itemOf(all, vtFloatArray).setFromQVariant(expected[6].second.left(5), nullptr));
+    EXPECT_FALSE(itemOf(all, vtFloatArray).setFromQVariant(QString(), nullptr));
     EXPECT_EQ(*all.field<vtFloatArray>(), (std::vector<float>{1.5f})) << "a failed parse changes nothing";
-    EXPECT_EQ(itemOf(all, vtIntArray).getAsQVariant(nullptr), QVariant(QByteArray())) << "no vector";
 }
 
 TEST(BDDItemObject, TokensStructuresStringsAndBuffers)
@@ -164,9 +153,7 @@ TEST(BDDItemObject, TokensStructuresStringsAndBuffers)
         EXPECT_FALSE(itemOf(all, type).getAsQVariant(nullptr).isValid()) << "value type " << type;
         EXPECT_FALSE(itemOf(all, type).setFromQVariant(QStringLiteral("1"), nullptr)) << "value type " << type;
     }
-    BDDStructureVector *vector = nullptr;
-    EXPECT_FALSE(itemOf(all, vtStructure).getRawStructVectorPtr(&vector));
-    EXPECT_FALSE(itemOf(all, vtString).setRawStructPtr(all.field<vtStructure>()));
+    EXPECT_FALSE(itemOf(all, vtString).setRawStructPtr(all.field<vtStructure>())) << "kinds are checked";
     EXPECT_TRUE(itemOf(all, vtString).setFromQVariant(QStringLiteral("h\u00e9llo"), nullptr));
     EXPECT_EQ(itemOf(all, vtString).getAsQVariant(nullptr), QVariant(QStringLiteral("h\u00e9llo")));
 
@@ -188,12 +175,10 @@ TEST(BDDItemObject, TokensStructuresStringsAndBuffers)
 
 TEST(BDDLStructBase, ChildrenAndTheInputBytesANodeCovers)
 {
-    TestLeaf parent, first, second; // on the stack: an owning list would free them twice
+    TestLeaf parent, first; // on the stack: an owning list would free it twice
     EXPECT_EQ(parent.RemoveLastChild(), nullptr);
     parent.AddChild(&first);
-    parent.AddChild(&second);
-    EXPECT_EQ(parent.getChild(2), nullptr) << "an index equal to the count";
-    EXPECT_EQ(parent.RemoveLastChild(), &second);
+    EXPECT_EQ(parent.getChild(1), nullptr) << "an index equal to the count";
 
     TestRun run;
     run.input.putRawBytes("0123456789", 10);
@@ -203,11 +188,7 @@ TEST(BDDLStructBase, ChildrenAndTheInputBytesANodeCovers)
     EXPECT_EQ(leaf->initialBeforeReadFromBuffer(&run.ctx, run.root.get(), run.root.get()), 0u);
     EXPECT_EQ(leaf->position(), 6u) << "reading starts at the cursor";
     EXPECT_EQ(leaf->size(), 0u);
-    const struct
-    {
-        uint32_t position, size;
-        QByteArray expected;
-    } cases[] = {{2, 4, "2345"}, {8, 5, "89"}, {10, 1, ""}, {0xFFFFFFFF, 1, ""}, {0, 0, ""}};
+    const struct { uint32_t position, size; QByteArray expected; } cases[] = {{2, 4, "2345"}, {8, 5, "89"}, {10, 1, ""}, {0xFFFFFFFF, 1, ""}, {0, 0, ""}};
     for (const auto &c : cases) {
         leaf->m_position = c.position;
         leaf->m_size = c.size;
@@ -253,14 +234,4 @@ TEST(BDDLStructBase, LiveNodeCountReturnsToItsStartWhenATreeGoes)
         EXPECT_EQ(countOfBlocksAllocated(), start + 5);
     }
     EXPECT_EQ(countOfBlocksAllocated(), start);
-}
-
-TEST(BDDLStructBase, CameraPoolAndPolicyComeFromTheSession)
-{
-    TestRun run;
-    CameraBase session(nullptr);
-    run.ctx.m_cameraSession = &session;
-    EXPECT_EQ(thrownText([&] { run.root->getCameraPool(); }), "Camera Pool broken") << "a session without pool";
-    EXPECT_EQ(&run.root->contentManagementObject(), &session.contentManagement());
-    EXPECT_THROW(TestLeaf().contentManagementObject(), std::bad_cast) << "no root";
 }
