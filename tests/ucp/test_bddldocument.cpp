@@ -19,6 +19,7 @@ TEST(BDDLDocument, CreatesNodesThroughTheFactoryAndPassesTypesToTheRoot)
     EXPECT_EQ(static_cast<TestLeaf *>(leaf.get())->root(), run.root.get());
     EXPECT_EQ(leaf->getOwnerDocument(), &document);
     EXPECT_EQ(document.createNode(99ul), nullptr) << "a class the factory does not know";
+    EXPECT_EQ(document.getDoctype(), QStringLiteral("unknown")) << "an empty doctype";
     EXPECT_TRUE(document.setDoctype(QStringLiteral("memo")));
     EXPECT_EQ(run.root->getDoctype(), QStringLiteral("memo"));
     EXPECT_TRUE(document.setFiletype(ft_gif));
