@@ -1,5 +1,7 @@
 #include "testcamera.h"
 
+#include <QtAlgorithms>
+
 #include <algorithm>
 #include <array>
 #include <type_traits>
@@ -48,8 +50,8 @@ template <typename T>
 void release(T &field)
 {
     if constexpr (std::is_same_v<T, BDDStructureVector *>) {
-        for (BDDLStructBase *element : field ? *field : BDDStructureVector())
-            delete element;
+        if (field != nullptr)
+            qDeleteAll(*field);
     }
     if constexpr (std::is_pointer_v<T> && !std::is_same_v<T, MemoryBuffer *>)
         delete field;
