@@ -1,25 +1,13 @@
 #pragma once
 
-// A document run bound to a real camera session, for the content-management
-// actions: a camera pool loading test plug-ins (tests/plugins), a session
-// whose policy is loaded from its XML form, and a test-camera run whose root
-// is an Excel document (profile xlsConfig, statistics group 241) bound to
-// the session.
-//
-// The plug-ins:
-//   Excel (21)  validation groups: item 1 -> 1001, item 2 -> 1002, others 0
-//               (so the Excel default 268); sanitisation message ids are
-//               1500 + the key's length, so a sanitisation id is
-//               2 << 24 | (statistics id - 71) << 16 | (1500 + key length)
-//   png (23)    image camera writing "clean", answering 0
-//   jpeg (24)   image camera writing 38 bytes, answering 1
-//   bmp (29)    image camera writing "bad", answering -1
-//   emf (26)    image camera writing 41 bytes, answering -1
-// Image cameras record "image=<input> stream=<input's stream name>" in group
-// 7 of the session's repository when they are initialised.
+// Test-camera runs bound to a real camera session whose pool loads test
+// plug-ins (tests/plugins). PolicyRun loads these, takes its policy from XML
+// and makes the root an Excel document (profile xlsConfig, statistics group 241):
+//   Excel (21)  item 1 -> validation group 1001; sanitisation message ids 1500 + key length
+//   png (23), jpeg (24), bmp (29), emf (26): image cameras writing "clean" (answer 0),
+//               38 bytes (1), "bad" (-1), 41 bytes (-1); when initialised they record
+//               "image=<input> stream=<input's stream name>" in group 7 of the session.
 
-#include "analysis/RepositoryComponents.h"
-#include "buffers/MemoryBuffer.h"
 #include "cameras/camera_pool.h"
 #include "cameras/camerabase.h"
 #include "policy/ContentManagement.h"
@@ -27,70 +15,51 @@
 #include "testcamera.h"
 
 #include <QFile>
-#include <QStringList>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-
 namespace policyrun {
 
-inline constexpr short kStatsGroup = 241;   // the Excel root's statistics group
-inline constexpr unsigned kItem = 1;        // an item whose validation group is...
-inline constexpr short kItemGroup = 1001;   // ...this one
+using testcamera::recordsOf;
+using testcamera::thrownText;
 
-// The sanitisation id the Excel plug-in leads to.
+inline constexpr short kStatsGroup = 241;
+inline constexpr unsigned kItem = 1;
+inline constexpr short kItemGroup = 1001; // kItem's validation group
+
+// The sanitisation id the Excel plug-in gives a key.
 inline unsigned sanitisationId(int statsId, size_t keyLength)
 {
     return (2u << 24) | (unsigned(statsId - 71) << 16) | unsigned(1500 + keyLength);
 }
 
-// Every record of a repository's current document, one line each:
-//   content <group> <description>|<size>
-//   sanitise <group> <description>|<size>|<sanitisation id>
-//   issue <group> <description>|<size>|<issue id>
-//   remedy <group> <description>|<size>
-inline QStringList recordsOf(const RepositoryComponents::DocumentAnalysis &analysis)
-{
-    QStringList lines;
-    const RepositoryComponents::DocumentStatistics *document = analysis.currentDocument();
-    if (document == nullptr)
-        return lines;
-    for (const auto &[group, contents] : document->contentGroups()) {
-        const auto line = [group = group](const char *kind, const auto &item) {
-            return QStringLiteral("%1 %2 %3|%4")
-                .arg(QLatin1String(kind))
-                .arg(group)
-                .arg(QString::fromStdString(item.description()))
-                .arg(item.totalSize());
-        };
-        for (const auto &entry : contents->contentItems())
-            lines << line("content", *entry.second);
-        for (const auto &entry : contents->sanitisationItems())
-            lines << line("sanitise", *entry.second) + QStringLiteral("|%1").arg(entry.second->sanitisationId());
-        for (const auto &entry : contents->issueItems())
-            lines << line("issue", *entry.second) + QStringLiteral("|%1").arg(entry.second->issueId());
-        for (const auto &entry : contents->remedyItems())
-            lines << line("remedy", *entry.second);
-    }
-    return lines;
-}
-
-class PolicyRun : public ::testing::Test
+class SessionTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
+    void loadSession(std::initializer_list<const char *> modules)
     {
         ASSERT_TRUE(m_dir.isValid());
-        for (const char *module : {VX_TEST_MODULE_XLS, VX_TEST_MODULE_IMAGE_SMALL, VX_TEST_MODULE_IMAGE_LARGE,
-                                   VX_TEST_MODULE_IMAGE_FAILING, VX_TEST_MODULE_IMAGE_FAILING_LARGE}) {
+        for (const char *module : modules) {
             const QString path = QString::fromUtf8(module);
             ASSERT_TRUE(QFile::copy(path, m_dir.filePath(path.section(QLatin1Char('/'), -1))));
         }
         m_pool = std::make_unique<Camera_Pool>(m_dir.path());
         m_session = std::make_unique<CameraBase>(m_pool.get());
+    }
+
+    QTemporaryDir m_dir;
+    std::unique_ptr<Camera_Pool> m_pool;
+    std::unique_ptr<CameraBase> m_session;
+};
+
+class PolicyRun : public SessionTest
+{
+protected:
+    void SetUp() override
+    {
+        loadSession({VX_TEST_MODULE_XLS, VX_TEST_MODULE_IMAGE_SMALL, VX_TEST_MODULE_IMAGE_LARGE,
+                     VX_TEST_MODULE_IMAGE_FAILING, VX_TEST_MODULE_IMAGE_FAILING_LARGE});
         newRun();
     }
 
@@ -102,7 +71,7 @@ protected:
         m_run->root->initialBDDLStructBase_Root(m_run->root.get(), m_session.get(), nullptr, nullptr, 0);
     }
 
-    // Loads a policy whose Excel profile holds the given switch elements.
+    // Loads a policy whose Excel profile holds the switch elements, then starts a fresh run.
     void setPolicy(const QByteArray &switches)
     {
         const QByteArray xml = "<?xml version=\"1.0\"?>\n<config><xlsConfig>" + switches + "</xlsConfig></config>\n";
@@ -110,25 +79,25 @@ protected:
         buffer.putRawBytes(xml.constData(), size_t(xml.size()));
         buffer.seek(0);
         ASSERT_EQ(m_session->contentManagement().loadRepositoryFromXML(&buffer), 0u) << xml.constData();
+        newRun();
     }
-
-    // Loads a policy giving every switch of the Excel profile the same setting.
-    void setEverySwitch(const char *setting)
+    static QByteArray element(const char *name, const std::string &setting)
+    {
+        return QByteArray("<") + name + ">" + setting.c_str() + "</" + name + ">";
+    }
+    void setEverySwitch(const std::string &setting)
     {
         size_t count = 0;
         const ContentSwitch *switches = contentSwitches(&count);
         QByteArray body;
         for (size_t i = 0; i < count; ++i)
-            body += QByteArray("<") + switches[i].name + ">" + setting + "</" + switches[i].name + ">";
+            body += element(switches[i].name, setting);
         setPolicy(body);
     }
 
     testcamera::TestRoot *root() const { return m_run->root.get(); }
     QStringList records() const { return recordsOf(m_run->analysis); }
 
-    QTemporaryDir m_dir;
-    std::unique_ptr<Camera_Pool> m_pool;
-    std::unique_ptr<CameraBase> m_session;
     std::unique_ptr<testcamera::TestRun> m_run;
 };
 

@@ -2,7 +2,6 @@
 
 #include "logcapture.h"
 #include "qtprinters.h"
-#include "testcamera.h"
 #include "ucp_engine/BDDLStructBase.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +32,7 @@ public:
     std::function<void()> m_onValidate;
 };
 
-// Owns a parent and its children for one test.
+// A parent and its children, owned for one test.
 struct Family
 {
     explicit Family(std::initializer_list<cameraStatus_t> verdicts)
@@ -44,45 +43,24 @@ struct Family
         }
     }
     Node &child(size_t i) { return *children.at(i); }
+    cameraStatus_t walk(Abstract_validation_callback *callback = nullptr, unsigned top = 1)
+    {
+        return validateAllChildren(nullptr, &parent, callback, top);
+    }
     Node parent;
     std::vector<std::unique_ptr<Node>> children;
-};
-
-class Recorder : public Abstract_validation_callback
-{
-public:
-    cameraStatus_t validateChild(context *, BDDLStructBase *) override
-    {
-        ++m_children;
-        return m_childAnswer;
-    }
-    cameraStatus_t beginChildren(context *, BDDLStructBase *) override { return m_beginAnswer; }
-    cameraStatus_t endChildren(context *, BDDLStructBase *) override
-    {
-        ++m_ends;
-        return m_endAnswer;
-    }
-    int m_children = 0;
-    int m_ends = 0;
-    cameraStatus_t m_childAnswer = 0;
-    cameraStatus_t m_beginAnswer = 0;
-    cameraStatus_t m_endAnswer = 0;
 };
 
 } // namespace
 
 TEST(BddValidationMergeStatus, AFailureSticks)
 {
-    const struct
-    {
-        cameraStatus_t accumulator, status, nodeBefore;
-        cameraStatus_t result, accumulatorAfter, nodeAfter;
-    } cases[] = {
-        {64, 153, 0, 153, 153, 153},  // a failure replaces a success
-        {153, 64, 0, 153, 153, 153},  // and is not replaced by one
-        {0, 64, 0, 64, 64, 64},       // an empty accumulator takes anything
-        {0, 64, 178, 0, 64, 178},     // a node already failed keeps its status
-        {64, 0, 64, 0, 0, 0},         // success replaces success
+    const struct { cameraStatus_t accumulator, status, nodeBefore, result, accumulatorAfter, nodeAfter; } cases[] = {
+        {64, 153, 0, 153, 153, 153}, // a failure replaces a success
+        {153, 64, 0, 153, 153, 153}, // and is not replaced by one
+        {0, 64, 0, 64, 64, 64},      // an empty accumulator takes anything
+        {0, 64, 178, 0, 64, 178},    // a node already failed keeps its status
+        {64, 0, 64, 0, 0, 0},        // success replaces success
     };
     for (const auto &c : cases) {
         Node node;
@@ -94,224 +72,125 @@ TEST(BddValidationMergeStatus, AFailureSticks)
     }
 }
 
-TEST(ValidateAllChildren, NodesWithoutChildren)
-{
-    Node leaf;
-    leaf.m_cameraStatus = 64;
-    EXPECT_EQ(validateAllChildren(nullptr, &leaf, nullptr, 0), 0u) << "no children list";
-
-    Family empty({});
-    empty.parent.AddChild(&leaf);
-    empty.parent.RemoveLastChild();
-    empty.parent.m_cameraStatus = 64;
-    EXPECT_EQ(validateAllChildren(nullptr, &empty.parent, nullptr, 1), 0u);
-    EXPECT_EQ(validateAllChildren(nullptr, &empty.parent, nullptr, 0), 64u);
-}
-
 TEST(ValidateAllChildren, ProcessStatusFollowsEachChildsVerdict)
 {
-    Family family({0, 64, 153});
+    Family family({0, 64, 153, 153, 0});
     family.child(2).m_processStatus = 0x84;
-    EXPECT_EQ(validateAllChildren(nullptr, &family.parent, nullptr, 1), 153u) << "the failure sticks";
-    EXPECT_EQ(family.child(0).m_processStatus, 0x84u);
-    EXPECT_EQ(family.child(1).m_processStatus, 0x86u);
-    EXPECT_EQ(family.child(2).m_processStatus, 5u);
+    family.child(3).m_processStatus = 0x86; // sanitised, then failed
+    family.child(4).m_processStatus = 0x86; // sanitised, then passed
+    EXPECT_EQ(family.walk(), 153u) << "the failure sticks";
+    const uint32_t expected[] = {0x84, 0x86, 5, 5, 0x86};
+    for (size_t i = 0; i < 5; ++i)
+        EXPECT_EQ(family.child(i).m_processStatus, expected[i]) << "child " << i;
 
-    // A sanitised node that later fails becomes 5; one that later passes stays sanitised.
-    Family again({153, 0});
-    again.child(0).m_processStatus = 0x86;
-    again.child(1).m_processStatus = 0x86;
-    validateAllChildren(nullptr, &again.parent, nullptr, 1);
-    EXPECT_EQ(again.child(0).m_processStatus, 5u);
-    EXPECT_EQ(again.child(1).m_processStatus, 0x86u);
-}
-
-TEST(ValidateAllChildren, BelowTheTopOnlyFailuresOverrideTheNodesStatus)
-{
-    Family family({64});
-    family.parent.m_cameraStatus = 7;
-    EXPECT_EQ(validateAllChildren(nullptr, &family.parent, nullptr, 0), 7u);
-    // A success is replaced by the walk below the child (0 for a leaf): only
-    // failures survive the climb; successes live in the nodes' own statuses.
-    EXPECT_EQ(validateAllChildren(nullptr, &family.parent, nullptr, 1), 0u);
-    family.child(0).m_verdict = 162;
-    EXPECT_EQ(validateAllChildren(nullptr, &family.parent, nullptr, 0), 162u);
-}
-
-TEST(ValidateAllChildren, GrandchildrenAreWalkedAndTheirFailuresRiseUnlessOneCameFirst)
-{
-    Family top({0, 0});
+    Family top({0, 0}); // grandchildren are walked; an earlier failure stays
     Node grandchild(153);
     top.child(0).AddChild(&grandchild);
-    EXPECT_EQ(validateAllChildren(nullptr, &top.parent, nullptr, 1), 153u);
+    EXPECT_EQ(top.walk(), 153u);
     EXPECT_EQ(grandchild.m_processStatus, 5u);
     EXPECT_EQ(top.child(0).m_processStatus, 0x84u) << "the child's own verdict was clean";
-
     top.child(0).m_verdict = 162;
-    EXPECT_EQ(validateAllChildren(nullptr, &top.parent, nullptr, 1), 162u) << "the earlier failure stays";
+    EXPECT_EQ(top.walk(), 162u);
+
+    // Below the top only failures override the node's status.
+    Family below({64});
+    below.parent.m_cameraStatus = 7;
+    EXPECT_EQ(below.walk(nullptr, 0), 7u);
+    EXPECT_EQ(below.walk(nullptr, 1), 0u) << "a success is replaced by the (empty) walk below the child";
+    below.child(0).m_verdict = 162;
+    EXPECT_EQ(below.walk(nullptr, 0), 162u);
 }
 
-TEST(ValidateAllChildren, FaultsEndTheWalkWith178)
+TEST(ValidateAllChildren, FaultsEndTheWalkWith178AndOneLogLine)
 {
-    Family unknownStatus({0});
-    unknownStatus.child(0).m_processStatus = 1;
-    {
+    Node late;
+    const int limit = int(validationWalkDepthLimit);
+    const struct { const char *what; std::function<void(Family &)> spoil; int maxVisits; /* of the second child */ } cases[] = {
+        {"unknown process status", [](Family &f) { f.child(0).m_processStatus = 1; }, 0},
+        {"exception", [](Family &f) { f.child(0).m_onValidate = [] { throw std::runtime_error("broken"); }; }, 0},
+        {"list grows", [&](Family &f) { f.child(0).m_onValidate = [&f, &late] { f.parent.AddChild(&late); }; }, 1},
+        {"null child", [](Family &f) { f.parent.AddChild(nullptr); }, 1},
+        {"cycle", [](Family &f) { f.child(0).AddChild(&f.parent); }, limit},
+    };
+    for (const auto &c : cases) {
+        Family family({0, 0});
+        int visits = 0;
+        c.spoil(family);
+        family.child(1).m_onValidate = [&] { ++visits; };
         LogCapture log;
-        EXPECT_EQ(validateAllChildren(nullptr, &unknownStatus.parent, nullptr, 1), 178u);
-        ASSERT_EQ(log.messages().size(), 1);
+        EXPECT_EQ(family.walk(), 178u) << c.what;
+        ASSERT_EQ(log.messages().size(), 1) << c.what;
         EXPECT_TRUE(log.messages().first().startsWith(QStringLiteral("\"validateAllChildren 'TestNode' failed ")))
             << log.messages().first().toStdString();
+        EXPECT_LE(visits, c.maxVisits) << c.what;
     }
 
-    Family throwing({0, 0});
-    throwing.child(0).m_onValidate = [] { throw std::runtime_error("broken"); };
-    EXPECT_EQ(validateAllChildren(nullptr, &throwing.parent, nullptr, 1), 178u);
-    EXPECT_EQ(throwing.child(1).m_processStatus, 0u) << "children after the fault are not visited";
-
-    Family growing({0});
-    Node late;
-    growing.child(0).m_onValidate = [&] { growing.parent.AddChild(&late); };
-    LogCapture log;
-    EXPECT_EQ(validateAllChildren(nullptr, &growing.parent, nullptr, 1), 178u);
-    ASSERT_EQ(log.messages().size(), 1);
-    EXPECT_TRUE(log.messages().first().contains(QStringLiteral("failed with iteration error")));
+    // A chain of nodes, each the only child of the one before: the limit fits, one more does not.
+    for (unsigned extra : {1u, 2u}) {
+        std::vector<std::unique_ptr<Node>> chain;
+        for (unsigned i = 0; i < validationWalkDepthLimit + extra; ++i) {
+            chain.push_back(std::make_unique<Node>());
+            if (i > 0)
+                chain[i - 1]->AddChild(chain[i].get());
+        }
+        LogCapture log;
+        EXPECT_EQ(validateAllChildren(nullptr, chain.front().get(), nullptr, 1), extra == 1 ? 0u : 178u);
+        EXPECT_EQ(chain.back()->m_processStatus, extra == 1 ? 0x84u : 0u);
+    }
 }
 
 TEST(ValidateAllChildren, CallbackIsAskedAndMerged)
 {
+    struct Recorder : Abstract_validation_callback
+    {
+        cameraStatus_t validateChild(context *, BDDLStructBase *) override { return ++m_children, m_childAnswer; }
+        cameraStatus_t endChildren(context *, BDDLStructBase *) override
+        {
+            if (m_endAnswer == 999)
+                throw std::runtime_error("end");
+            return ++m_ends, m_endAnswer;
+        }
+        int m_children = 0, m_ends = 0;
+        cameraStatus_t m_childAnswer = 0, m_endAnswer = 64;
+    } recorder;
     Family family({0, 0});
-    Recorder recorder;
-    recorder.m_endAnswer = 64;
-    EXPECT_EQ(validateAllChildren(nullptr, &family.parent, &recorder, 1), 64u) << "end's answer is the result";
+    EXPECT_EQ(family.walk(&recorder), 64u) << "end's answer is the result";
     EXPECT_EQ(recorder.m_children, 2);
-    EXPECT_EQ(recorder.m_ends, 1);
-
     recorder.m_childAnswer = 64;
-    validateAllChildren(nullptr, &family.parent, &recorder, 1);
+    family.walk(&recorder);
     EXPECT_EQ(family.child(0).m_processStatus, 0x86u) << "the callback's verdict counts for the child";
-
     recorder.m_childAnswer = 153;
     recorder.m_ends = 0;
-    EXPECT_EQ(validateAllChildren(nullptr, &family.parent, &recorder, 1), 153u);
+    EXPECT_EQ(family.walk(&recorder), 153u);
     EXPECT_EQ(recorder.m_ends, 0) << "a failure skips the end call";
+    recorder.m_childAnswer = 0;
+    recorder.m_endAnswer = 999;
+    EXPECT_THROW(family.walk(&recorder), std::runtime_error) << "the callback's own exceptions pass";
 }
 
-TEST(ValidateAllChildren, CallbackBeginAndEndExceptionsReachTheCaller)
+// The content actions' tables cover clearing with and without a predicate.
+TEST(Clearance, APredicateThatThrowsEndsTheWorkAndWhatWasDoneCounts)
 {
-    struct Throwing : Recorder
-    {
-        cameraStatus_t endChildren(context *, BDDLStructBase *) override { throw std::runtime_error("end"); }
-    } throwing;
-    Family family({0});
-    EXPECT_THROW(validateAllChildren(nullptr, &family.parent, &throwing, 1), std::runtime_error);
-}
-
-TEST(ValidateAllChildren, BrokenListsEndTheWalkWith178)
-{
-    // A null entry in a children list.
-    Family withNull({0});
-    withNull.parent.AddChild(nullptr);
-    {
-        LogCapture log;
-        EXPECT_EQ(validateAllChildren(nullptr, &withNull.parent, nullptr, 1), 178u);
-        EXPECT_EQ(log.messages().size(), 1);
-    }
-    EXPECT_EQ(withNull.child(0).m_processStatus, 0x84u) << "children before the fault were validated";
-
-    // A list that leads back to an ancestor: the walk is bounded and fails once.
-    Family cycle({0});
-    int visits = 0;
-    cycle.child(0).m_onValidate = [&] { ++visits; };
-    cycle.child(0).AddChild(&cycle.parent);
-    LogCapture log;
-    EXPECT_EQ(validateAllChildren(nullptr, &cycle.parent, nullptr, 1), 178u);
-    EXPECT_EQ(log.messages().size(), 1);
-    EXPECT_LE(visits, int(validationWalkDepthLimit));
-}
-
-TEST(ValidateAllChildren, DeepTreesUpToTheLimitAreWalked)
-{
-    // A chain of nodes, each the only child of the one before.
-    const auto chain = [](unsigned length) {
-        std::vector<std::unique_ptr<Node>> nodes;
-        nodes.push_back(std::make_unique<Node>());
-        for (unsigned i = 1; i < length; ++i) {
-            nodes.push_back(std::make_unique<Node>());
-            nodes[i - 1]->AddChild(nodes[i].get());
-        }
-        return nodes;
+    const auto failOnC = [](int c) -> int {
+        if (c == 'c')
+            throw std::runtime_error("predicate");
+        return 0;
     };
-    const auto fits = chain(validationWalkDepthLimit + 1);
-    EXPECT_EQ(validateAllChildren(nullptr, fits.front().get(), nullptr, 1), 0u);
-    EXPECT_EQ(fits.back()->m_processStatus, 0x84u);
-
-    const auto tooDeep = chain(validationWalkDepthLimit + 2);
-    LogCapture log;
-    EXPECT_EQ(validateAllChildren(nullptr, tooDeep.front().get(), nullptr, 1), 178u);
-    EXPECT_EQ(tooDeep.back()->m_processStatus, 0u);
-}
-
-namespace {
-
-int keepBlanks(int c)
-{
-    return c == ' ';
-}
-
-int failOnC(int c)
-{
-    if (c == 'c')
-        throw std::runtime_error("predicate");
-    return 0;
-}
-
-} // namespace
-
-TEST(Clearance, OverwritesWhatDiffersAndIsNotKept)
-{
-    const struct
-    {
-        const char *before;
-        ContentKeepPredicate keep;
-        const char *after;
-        bool cleared;
-    } cases[] = {
-        {"ab c", keepBlanks, "    ", true},
-        {"   ", keepBlanks, "   ", false},
-        {"   ", nullptr, "   ", false},
-        {"a", nullptr, " ", true},
-        {"", nullptr, "", false},
-        {"abcd", failOnC, "  cd", true}, // the predicate throws at c: the work so far counts
-        {"cab", failOnC, "cab", false},
-    };
+    const struct { const char *before, *after; bool cleared; } cases[] = {{"abcd", "  cd", true}, {"cab", "cab", false}};
     for (const auto &c : cases) {
         std::string bytes = c.before;
         LogCapture log;
-        unsigned char *const data = reinterpret_cast<unsigned char *>(bytes.data());
-        EXPECT_EQ(CLEARANCE<unsigned char>(data, bytes.size(), ' ', c.keep), c.cleared)
-            << '"' << c.before << '"';
-        EXPECT_EQ(bytes, c.after) << '"' << c.before << '"';
-        const QStringList expectedLog = c.keep == failOnC
-                                            ? QStringList{QStringLiteral("Something went wrong in CLEARANCE function")}
-                                            : QStringList();
-        EXPECT_EQ(log.messages(), expectedLog) << '"' << c.before << '"';
+        EXPECT_EQ(CLEARANCE<unsigned char>(reinterpret_cast<unsigned char *>(bytes.data()), bytes.size(), ' ', failOnC),
+                  c.cleared) << c.before;
+        EXPECT_EQ(bytes, c.after) << c.before;
+        EXPECT_EQ(log.messages(), QStringList{"Something went wrong in CLEARANCE function"}) << c.before;
     }
-
-    unsigned short words[] = {0x263a, 0, 0x20};
-    EXPECT_TRUE(CLEARANCE<unsigned short>(words, 3, 0, keepBlanks));
-    EXPECT_EQ(words[0], 0u);
-    EXPECT_EQ(words[2], 0x20u) << "kept";
     EXPECT_FALSE(CLEARANCE<unsigned short>(nullptr, 3, 0, nullptr));
 }
 
 TEST(StringSearcher, FindsContiguousRuns)
 {
-    const struct
-    {
-        const char *bytes;
-        const char *text;
-        bool found;
-    } cases[] = {
+    const struct { const char *bytes, *text; bool found; } cases[] = {
         {"hello world", "o w", true}, {"hello world", "hello world", true}, {"hello", "hello!", false},
         {"hello", "hlo", false},      {"hello", "", true},                  {"", "", false},
         {"", "a", false},             {"aab", "ab", true},                  {"hello", nullptr, true},
@@ -322,23 +201,4 @@ TEST(StringSearcher, FindsContiguousRuns)
             << '"' << c.bytes << "\" / \"" << (c.text ? c.text : "(null)") << '"';
     }
     EXPECT_FALSE(stringSearcher(nullptr, const_cast<char *>("a")));
-}
-
-TEST(GetAnalysisFromStructBase, OnlyARootWithARepositoryHasOne)
-{
-    testcamera::TestRun run;
-    EXPECT_EQ(getAnalysisFromStructBase(run.root.get()), &run.analysis);
-    EXPECT_EQ(getAnalysisFromStructBase(nullptr), nullptr);
-
-    // A node inside the tree is not searched upwards.
-    std::unique_ptr<testcamera::TestLeaf> leaf(run.make<testcamera::TestLeaf>());
-    EXPECT_EQ(testcamera::thrownText([&] { getAnalysisFromStructBase(leaf.get()); }),
-              "getAnalysisFromStructBase failed");
-
-    run.ctx.m_analysis = nullptr;
-    EXPECT_EQ(testcamera::thrownText([&] { getAnalysisFromStructBase(run.root.get()); }),
-              "getAnalysisFromStructBase failed");
-    testcamera::TestRoot withoutContext;
-    EXPECT_EQ(testcamera::thrownText([&] { getAnalysisFromStructBase(&withoutContext); }),
-              "getAnalysisFromStructBase failed");
 }
