@@ -362,10 +362,7 @@ mxml_node_t *XmlWriter::AddContentItem(mxml_node_t *list, const ContentItem &ite
     mxml_node_t *node = addElement(list, "vx:ContentItem");
     addTextElement(node, "vx:TechnicalDescription", item.description());
     addNumberElement(node, "vx:InstanceCount", item.instanceCount());
-    addNumberElement(node, "vx:TotalSizeInBytes", item.totalSize());
-    addNumberElement(node, "vx:AverageSizeInBytes", item.averageSize());
-    addNumberElement(node, "vx:MinSizeInBytes", item.minSize());
-    addNumberElement(node, "vx:MaxSizeInBytes", item.maxSize());
+    addSizeElements(node, item);
     return node;
 }
 
@@ -375,10 +372,7 @@ mxml_node_t *XmlWriter::AddSanitisationItem(mxml_node_t *list, const Sanitisatio
     addTextElement(node, "vx:TechnicalDescription", item.description());
     addNumberElement(node, "vx:SanitisationId", item.sanitisationId());
     addNumberElement(node, "vx:InstanceCount", item.instanceCount());
-    addNumberElement(node, "vx:TotalSizeInBytes", item.totalSize());
-    addNumberElement(node, "vx:AverageSizeInBytes", item.averageSize());
-    addNumberElement(node, "vx:MinSizeInBytes", item.minSize());
-    addNumberElement(node, "vx:MaxSizeInBytes", item.maxSize());
+    addSizeElements(node, item);
     return node;
 }
 
@@ -468,6 +462,14 @@ mxml_node_t *XmlWriter::addNumberElement(mxml_node_t *parent, const char *name, 
     m_saveBound += kNumberDigits;
     checked(mxmlNewTextf(element, 0, "%zu", static_cast<size_t>(value)));
     return element;
+}
+
+void XmlWriter::addSizeElements(mxml_node_t *parent, const RepositoryComponents::AnalysisArtifact &item)
+{
+    addNumberElement(parent, "vx:TotalSizeInBytes", item.totalSize());
+    addNumberElement(parent, "vx:AverageSizeInBytes", item.averageSize());
+    addNumberElement(parent, "vx:MinSizeInBytes", item.minSize());
+    addNumberElement(parent, "vx:MaxSizeInBytes", item.maxSize());
 }
 
 mxml_node_t *XmlWriter::addRangeElement(mxml_node_t *parent, const char *name, uint32_t value)

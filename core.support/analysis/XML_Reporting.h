@@ -93,6 +93,8 @@ private:
     void addText(mxml_node_t *element, const char *text);
     mxml_node_t *addTextElement(mxml_node_t *parent, const char *name, const std::string &text);
     mxml_node_t *addNumberElement(mxml_node_t *parent, const char *name, uint64_t value);
+    // The total, average, smallest and largest size of a record, in that order.
+    void addSizeElements(mxml_node_t *parent, const RepositoryComponents::AnalysisArtifact &item);
     mxml_node_t *addRangeElement(mxml_node_t *parent, const char *name, uint32_t value);
     void setAttribute(mxml_node_t *element, const char *name, const char *value);
     void setCountAttribute(mxml_node_t *element, const char *name, uint64_t value);
