@@ -122,6 +122,21 @@ bool saveAtomically(const MemoryBuffer &buffer, const QString &file, Reporter &r
     return true;
 }
 
+// Loads FILE, opens it as a compound file and lets `work` read or change it;
+// the storage's exceptions become one error line. Returns the exit status.
+int onStorage(const QString &file, bool writeable, Reporter &reporter,
+              const std::function<bool(POLE::Storage &, MemoryBuffer &)> &work)
+{
+    MemoryBuffer buffer;
+    if (!loadFile(file, buffer, reporter))
+        return 1;
+    const bool ok = guarded(reporter, file, [&] {
+        POLE::Storage storage(&buffer);
+        return openStorage(storage, writeable, file, reporter) && work(storage, buffer);
+    });
+    return ok ? 0 : 1;
+}
+
 // --- the sub-verbs ------------------------------------------------------------
 
 void listLevel(POLE::Storage &storage, const QMap<QString, QVariant> &level, const QString &dir, int depth,
@@ -151,13 +166,7 @@ void listLevel(POLE::Storage &storage, const QMap<QString, QVariant> &level, con
 
 int runLs(const QString &file, Reporter &reporter)
 {
-    MemoryBuffer buffer;
-    if (!loadFile(file, buffer, reporter))
-        return 1;
-    const bool ok = guarded(reporter, file, [&] {
-        POLE::Storage storage(&buffer);
-        if (!openStorage(storage, false, file, reporter))
-            return false;
+    return onStorage(file, false, reporter, [&](POLE::Storage &storage, MemoryBuffer &) {
         QString rootId;
         storage.getClassId(QStringLiteral("/"), rootId);
         reporter.result(QJsonObject{{QStringLiteral("file"), file},
@@ -172,19 +181,12 @@ int runLs(const QString &file, Reporter &reporter)
         listLevel(storage, storage.getEntriesMap(), QString(), 1, reporter, file);
         return true;
     });
-    return ok ? 0 : 1;
 }
 
 int runCat(const QString &file, const QString &pathArgument, Reporter &reporter)
 {
-    MemoryBuffer buffer;
-    if (!loadFile(file, buffer, reporter))
-        return 1;
     const QString path = streamPath(pathArgument);
-    const bool ok = guarded(reporter, file, [&] {
-        POLE::Storage storage(&buffer);
-        if (!openStorage(storage, false, file, reporter))
-            return false;
+    return onStorage(file, false, reporter, [&](POLE::Storage &storage, MemoryBuffer &) {
         if (!storage.exists(path) || storage.isDirectory(path)) {
             reporter.error(file, QStringLiteral("no stream %1").arg(escapeName(path)), file);
             return false;
@@ -199,18 +201,11 @@ int runCat(const QString &file, const QString &pathArgument, Reporter &reporter)
         }
         return true;
     });
-    return ok ? 0 : 1;
 }
 
 int runInfo(const QString &file, Reporter &reporter)
 {
-    MemoryBuffer buffer;
-    if (!loadFile(file, buffer, reporter))
-        return 1;
-    const bool ok = guarded(reporter, file, [&] {
-        POLE::Storage storage(&buffer);
-        if (!openStorage(storage, false, file, reporter))
-            return false;
+    return onStorage(file, false, reporter, [&](POLE::Storage &storage, MemoryBuffer &buffer) {
         const POLE::HeaderInfo h = storage.headerInfo();
         uint64_t dir, unusedDir, bat, freeBat, sbat, freeSbat;
         storage.GetStats(dir, unusedDir, bat, freeBat, sbat, freeSbat);
@@ -268,24 +263,18 @@ int runInfo(const QString &file, Reporter &reporter)
         reporter.result(object, lines.join(QLatin1Char('\n')));
         return true;
     });
-    return ok ? 0 : 1;
 }
 
 // Opens FILE read-write, lets `change` work on it, and saves the result.
 int changeFile(const QString &file, Reporter &reporter, const std::function<bool(POLE::Storage &)> &change)
 {
-    MemoryBuffer buffer;
-    if (!loadFile(file, buffer, reporter))
-        return 1;
-    const bool ok = guarded(reporter, file, [&] {
-        POLE::Storage storage(&buffer);
-        if (!openStorage(storage, true, file, reporter) || !change(storage))
+    return onStorage(file, true, reporter, [&](POLE::Storage &storage, MemoryBuffer &buffer) {
+        if (!change(storage))
             return false;
         storage.flush();
         storage.close();
         return saveAtomically(buffer, file, reporter);
     });
-    return ok ? 0 : 1;
 }
 
 int runAdd(const QString &file, const QString &pathArgument, const QString &source, Reporter &reporter)
