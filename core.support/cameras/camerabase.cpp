@@ -241,14 +241,7 @@ bool CameraBase::connectCamera(QString path)
 {
     QMutexLocker lock(&mutex);
     QPluginLoader loader(path);
-    VXCameraPluginIF *const plugin = qobject_cast<VXCameraPluginIF *>(loader.instance());
-    if (plugin == nullptr)
-        return false;
-    std::unique_ptr<VXCameraIF> camera(plugin->getCamera());
-    if (!camera)
-        return false;
-    m_camera = std::move(camera);
-    return true;
+    return useCamera(qobject_cast<VXCameraPluginIF *>(loader.instance()));
 }
 
 VXCameraIF *CameraBase::prepareCamera(MemoryBuffer *input, MemoryBuffer *output, ft_t type, ParameterBlock *block)
