@@ -23,11 +23,8 @@ TEST(StructureNode, TypeAttributesAndChildren)
 
     UCPNode *first = leaf.getFirstChild();
     ASSERT_EQ(leaf.itemItrs().size(), 3u);
-    EXPECT_EQ(leaf.getLastChild(), leaf.itemItrs()[2].get());
     EXPECT_TRUE(leaf.makeUCPItemItrsReady());
     EXPECT_EQ(leaf.getFirstChild(), first) << "the views are not remade";
     EXPECT_EQ(first->getParentNode(), &leaf);
-    EXPECT_EQ(run.root->appendChild(&leaf), &leaf);
     EXPECT_EQ(run.root->appendChild(run.root->getFirstChild()), nullptr) << "a view is no structure";
-    EXPECT_EQ(run.root->countChildren(), 1u);
 }

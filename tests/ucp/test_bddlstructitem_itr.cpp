@@ -45,22 +45,6 @@ TEST(BDDLStructItem_itr, NamesTypesAndValuesFollowTheSchemaAndItemKind)
     EXPECT_EQ(thrownText([&] { view(*leaf, 0)->getNodeName(); }), "Missing BDDSchema");
 }
 
-TEST(BDDLStructItem_itr, AttributesDescribeTheHeldStructure)
-{
-    TestRun run;
-    TestLeaf *leaf = run.make<TestLeaf>();
-    leaf->m_position = 12;
-    run.root->m_single = leaf;
-    run.root->m_array = new BDDStructureVector{run.make<TestLeaf>(), run.make<TestEmpty>()};
-    BDDLStructItem_itr *single = view(*run.root, singleIndex);
-    EXPECT_EQ(single->getNodeAttribute(QStringLiteral("offset")), QVariant(12u));
-    EXPECT_EQ(single->getNodeAttribute(QStringLiteral("estrc")), QVariant(uint(LeafClass)));
-    EXPECT_EQ(view(*run.root, arrayIndex)->getNodeAttribute(QStringLiteral("size")), QVariant(qulonglong(2)))
-        << "the count of elements";
-    view(*run.root, countIndex)->setNodeAttribute(QStringLiteral("size"), 5u);
-    EXPECT_EQ(run.root->m_count, 0u) << "not a structure item";
-}
-
 TEST(BDDLStructItem_itr, SizedArrayFillsItsSlotsInOrderThenGrows)
 {
     TestRun run;
@@ -83,6 +67,7 @@ TEST(BDDLStructItem_itr, SizedArrayFillsItsSlotsInOrderThenGrows)
         EXPECT_EQ(elements[k]->next(), k < 3 ? elements[k + 1] : nullptr) << "element " << k;
     }
     EXPECT_EQ(run.root->countChildren(), 4u) << "the owner lists what its views received";
+    EXPECT_EQ(array->getNodeAttribute(QStringLiteral("size")), QVariant(qulonglong(4))) << "the count of elements";
     EXPECT_EQ(array->getFirstChild(), elements[0]) << "and puts the cursor back at the first slot";
     TestLeaf *replacement = run.make<TestLeaf>();
     array->appendChild(replacement);
@@ -110,9 +95,13 @@ TEST(BDDLStructItem_itr, SingleStructureItemsTakeOnlyAStructure)
     EXPECT_EQ(count->appendChild(&stray), nullptr) << "not a structure item";
     EXPECT_EQ(single->appendChild(count), nullptr) << "a view is no structure";
     EXPECT_EQ(single->appendChild(nullptr), nullptr);
+    count->setNodeAttribute(QStringLiteral("size"), 5u);
+    EXPECT_EQ(run.root->m_count, 0u) << "a size for an item that holds no structure";
     TestLeaf *leaf = run.make<TestLeaf>();
     EXPECT_EQ(single->appendChild(leaf), leaf);
     EXPECT_EQ(run.root->m_single, leaf);
+    leaf->m_position = 12;
+    EXPECT_EQ(single->getNodeAttribute(QStringLiteral("offset")), QVariant(12u)) << "the held structure's";
     EXPECT_EQ(single->getLastChild(), view(*leaf, 2)) << "the structure's views are the item's children";
     EXPECT_EQ(count->getNextSibling(), single);
     EXPECT_EQ(view(*run.root, flagIndex)->getNextSibling(), nullptr);
