@@ -98,7 +98,7 @@ TEST_F(IdDetermination, MessageIssueAndSanitisationIds)
         EXPECT_EQ(getErrorMsgID(TestRun().root.get(), eCameraId_t(camera), key("5")), 0u) << "camera " << camera;
 
     EXPECT_EQ(getIssueID(root(ft_doc), 1, eCameraId_Word, key("5")), 0x01020005u);
-    EXPECT_EQ(getIssueID(root(ft_gif), 5, eCameraId_Gif, key("70000")), 0x0A0E0000u | 70000u) << "OR-ed parts";
+    EXPECT_EQ(getIssueID(root(ft_gif), 5, eCameraId_Gif, key("131072")), 0x0A0E0000u) << "the parts are OR-ed";
     EXPECT_EQ(getIssueID(root(ft_doc), 1, eCameraId_Word, key("0")), 0u) << "no message";
     EXPECT_EQ(getIssueID(root(ft_doc), 1, eCameraId_t(22), key("5")), 0u) << "a camera without issue-group base";
 
