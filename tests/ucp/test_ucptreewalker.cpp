@@ -52,7 +52,8 @@ TEST_F(Walker, NextAndPreviousNodeVisitTheTreeInDocumentOrder)
     UCPTreeWalker walker(m_run.root.get());
     // A structure without items has no children: the walk climbs on from it.
     EXPECT_EQ(walk([&] { return walker.nextNode(); }),
-              (QStringList{"count", "single", "value", "label", ":schemamissing:", "array", "<TestLeaf>", "value", "label",
+              (QStringList{"count", "single", "value", "label", ":schemamissing:", "array", "<TestLeaf>", "value",
+                           "label",
                            ":schemamissing:", "<TestEmpty>", "flag"}));
     EXPECT_EQ(label(walker.getCurrentNode()), QStringLiteral("flag")) << "the end leaves the current node";
 

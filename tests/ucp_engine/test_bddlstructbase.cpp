@@ -41,8 +41,10 @@ TEST(BDDLStructBase, ItemLookupByIdAndIndex)
 
     TestRun run; // raw access by id
     run.root->m_single = run.make<TestLeaf>();
-    EXPECT_EQ(thrownText([&] { run.root->rawBDDItemValue(itemSingle); }), "rawBDDItemValue reqested on non scalar item");
-    EXPECT_EQ(thrownText([&] { run.root->rawBDDItemStructPtr(99); }), "rawBDDItemStructPtr reqested on non existant item");
+    EXPECT_EQ(thrownText([&] { run.root->rawBDDItemValue(itemSingle); }),
+              "rawBDDItemValue reqested on non scalar item");
+    EXPECT_EQ(thrownText([&] { run.root->rawBDDItemStructPtr(99); }),
+              "rawBDDItemStructPtr reqested on non existant item");
     EXPECT_EQ(run.root->rawBDDItemStructPtr(itemSingle), run.root->m_single);
 }
 

@@ -94,7 +94,8 @@ TEST(ValidateAllChildren, FaultsEndTheWalkWith178AndOneLogLine)
 {
     Node late;
     const int limit = int(validationWalkDepthLimit);
-    const struct { const char *what; std::function<void(Family &)> spoil; int maxVisits; /* of the second child */ } cases[] = {
+    // maxVisits: of the second child.
+    const struct { const char *what; std::function<void(Family &)> spoil; int maxVisits; } cases[] = {
         {"unknown process status", [](Family &f) { f.child(0).m_processStatus = 1; }, 0},
         {"exception", [](Family &f) { f.child(0).m_onValidate = [] { throw std::runtime_error("broken"); }; }, 0},
         {"list grows", [&](Family &f) { f.child(0).m_onValidate = [&f, &late] { f.parent.AddChild(&late); }; }, 1},

@@ -14,7 +14,8 @@ using namespace policyrun;
 
 namespace {
 
-using BytesHandler = unsigned (*)(BDDLStructBase *, unsigned, unsigned char *, unsigned long, unsigned char, const char *);
+using BytesHandler = unsigned (*)(BDDLStructBase *, unsigned, unsigned char *, unsigned long, unsigned char,
+                                  const char *);
 using WordsHandler = unsigned (*)(BDDLStructBase *, unsigned, unsigned short *, unsigned long, unsigned short,
                                   const char *);
 
@@ -95,9 +96,10 @@ TEST_F(ContentActions, EveryHandlerUnderEverySetting)
                     std::vector<unsigned char> bytes = text<unsigned char>(before);
                     std::vector<unsigned short> words = text<unsigned short>(before);
                     const unsigned long count = bytes.size();
-                    const unsigned result = form == Bytes ? family.bytes(&node, kItem, bytes.data(), count, ' ', kName)
-                                            : form == Words ? family.words(&node, kItem, words.data(), count, ' ', kName)
-                                                            : family.reportOnly(&node, kItem, kName);
+                    const unsigned result =
+                        form == Bytes   ? family.bytes(&node, kItem, bytes.data(), count, ' ', kName)
+                        : form == Words ? family.words(&node, kItem, words.data(), count, ' ', kName)
+                                        : family.reportOnly(&node, kItem, kName);
                     const std::string what =
                         std::string(family.name) + ' ' + formNames[form] + ' ' + setting + " \"" + before + '"';
                     EXPECT_EQ(result, 1u) << what;
@@ -142,7 +144,8 @@ TEST_F(ContentActions, UnknownSettingsAndContentTypesAreProgrammingErrors)
                   "std: REJECTED(): Unknown contentType")
             << int(type);
     ASSERT_EQ(log.messages().size(), 7) << "each failure is logged first";
-    EXPECT_TRUE(log.messages()[6].startsWith("\"REJECTED():  Unknown contentType (-1) ")) << log.messages()[6].toStdString();
+    EXPECT_TRUE(log.messages()[6].startsWith("\"REJECTED():  Unknown contentType (-1) "))
+        << log.messages()[6].toStdString();
     EXPECT_EQ(records(), QStringList());
 
     testcamera::TestRun detached; // no session, no policy
@@ -216,7 +219,8 @@ TEST_F(ContentActions, TextsAreCutToTheirLimits)
     setEverySwitch("sanitise"); // sanitisation keys: 99 characters, whichever way the id is made
     REJECTED(root(), kItem, nullptr, nullptr, rejectedMacro, longName.c_str());
     ASSERT_EQ(records().size(), 1);
-    EXPECT_TRUE(records()[0].endsWith(QStringLiteral("|0|%1").arg(sanitisationId(275, 99)))) << records()[0].toStdString();
+    EXPECT_TRUE(records()[0].endsWith(QStringLiteral("|0|%1").arg(sanitisationId(275, 99))))
+        << records()[0].toStdString();
     EXPECT_EQ(returnSanitisationID(root(), "key %s", "x", eAnalysisStats_Metadata), sanitisationId(278, 5));
 
     // Messages stay below 1024 characters; longer ones log the text cut to 1023, then fail.

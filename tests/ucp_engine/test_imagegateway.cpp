@@ -27,7 +27,10 @@ Bytes padded(const std::string &start)
 class ImageGateway : public PolicyRun
 {
 protected:
-    cameraStatus_t gateway(Bytes &bytes, ft_t type) { return imageCameraGateway(&bytes, type, &m_imageNode, 0, root(), kItem); }
+    cameraStatus_t gateway(Bytes &bytes, ft_t type)
+    {
+        return imageCameraGateway(&bytes, type, &m_imageNode, 0, root(), kItem);
+    }
     // What the image cameras saw, from the session's repository.
     QStringList cameraRecords() const { return recordsOf(m_session->analysis()); }
 
