@@ -42,7 +42,8 @@ std::array<BDDItem, sizeof...(Codes) + 1> allItemsOf(std::integer_sequence<int, 
 std::array<BDDItem, vtMemoryBuffer + 2> allItems = allItemsOf(AllCodes());
 
 BDDStructure structureList[] = {
-    {RootClass, rootItems, {}}, {LeafClass, leafItems, {}}, {EmptyClass, emptyItems, {}}, {AllClass, allItems.data(), {}}};
+    {RootClass, rootItems, {}}, {LeafClass, leafItems, {}}, {EmptyClass, emptyItems, {}},
+    {AllClass, allItems.data(), {}}};
 BDDStructure *structures[] = {&structureList[0], &structureList[1], &structureList[2], &structureList[3], nullptr};
 
 // What a field holds and must free: nodes and vectors (buffers are the pool's).

