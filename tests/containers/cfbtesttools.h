@@ -114,7 +114,8 @@ for parts in ole.listdir(streams=True, storages=True):
     if (!p.waitForFinished(120000) || p.exitCode() != 0)
         return {{"!error", QString::fromUtf8(p.readAllStandardError())}};
     Listing listing;
-    for (const QString &line : QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+    const QStringList lines = QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    for (const QString &line : lines)
         listing.insert(line.section(QLatin1Char('\t'), 0, 0), line.section(QLatin1Char('\t'), 1));
     return listing;
 }
@@ -158,7 +159,8 @@ inline Listing olefileListingOf(const QByteArray &file)
 
 // Checks a file we wrote: the independent reader, and we on reopening it, must
 // find exactly these streams and storages, all with zero class identifiers.
-inline QString verifyWritten(const QByteArray &file, const QMap<QString, QByteArray> &streams, const QStringList &storages = {})
+inline QString verifyWritten(const QByteArray &file, const QMap<QString, QByteArray> &streams,
+                             const QStringList &storages = {})
 {
     Listing expected{{"/", "root " + QUuid().toString()}};
     for (auto it = streams.begin(); it != streams.end(); ++it)
@@ -199,7 +201,10 @@ struct BuiltFile
     int batEntryOffset(uint32_t sector) const { return sectorOffset(0) + int(sector) * 4; }
     int minifatEntryOffset(uint32_t block) const { return sectorOffset(uint32_t(firstMinifatSector)) + int(block) * 4; }
     int dirEntryOffset(int index) const { return sectorOffset(uint32_t(firstDirSector)) + index * 128; }
-    uint32_t firstSector(int index) const { return qFromLittleEndian<uint32_t>(bytes.constData() + dirEntryOffset(index) + 116); }
+    uint32_t firstSector(int index) const
+    {
+        return qFromLittleEndian<uint32_t>(bytes.constData() + dirEntryOffset(index) + 116);
+    }
 };
 
 // A valid compound file with the given streams at the root, as directory
@@ -248,7 +253,8 @@ inline BuiltFile buildCompoundFile(const std::vector<BuiltStream> &streams, int 
     place(minifatSectors, QByteArray(minifatSectors * ss, '\xff'));
     const uint32_t miniStart = place(sectorsFor(mini.size()), mini);
 
-    auto dirEntry = [&](int index, const QString &name, int type, uint32_t child, uint32_t right, uint32_t start, uint32_t size) {
+    auto dirEntry = [&](int index, const QString &name, int type, uint32_t child, uint32_t right, uint32_t start,
+                        uint32_t size) {
         const int at = f.dirEntryOffset(index);
         for (int c = 0; c < name.size(); ++c)
             put16(b, at + c * 2, name.at(c).unicode());
@@ -266,15 +272,18 @@ inline BuiltFile buildCompoundFile(const std::vector<BuiltStream> &streams, int 
         const int blocks = (data.size() + 63) / 64;
         const uint32_t start = isSmall(data) ? link(false, miniNext, blocks) : place(sectorsFor(data.size()), data);
         miniNext += isSmall(data) ? blocks : 0;
-        dirEntry(i + 1, streams[size_t(i)].name, 2, none, i + 1 < n ? uint32_t(i + 2) : none, start, uint32_t(data.size()));
+        const uint32_t right = i + 1 < n ? uint32_t(i + 2) : none;
+        dirEntry(i + 1, streams[size_t(i)].name, 2, none, right, start, uint32_t(data.size()));
     }
 
     b.replace(0, 76, QByteArray("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8).leftJustified(76, '\0'));
-    for (const auto &field : {std::make_pair(24, 0x3E), {26, sectorShift == 12 ? 4 : 3}, {28, 0xFFFE}, {30, sectorShift}, {32, 6}})
+    for (const auto &field :
+         {std::make_pair(24, 0x3E), {26, sectorShift == 12 ? 4 : 3}, {28, 0xFFFE}, {30, sectorShift}, {32, 6}})
         put16(b, field.first, uint16_t(field.second));
     for (const auto &field : {std::make_pair(40, sectorShift == 12 ? uint32_t(dirSectors) : 0u), {44, 1u},
                               {48, uint32_t(f.firstDirSector)}, {56, 4096u},
-                              {60, minifatSectors ? uint32_t(f.firstMinifatSector) : end}, {64, uint32_t(minifatSectors)},
+                              {60, minifatSectors ? uint32_t(f.firstMinifatSector) : end},
+                              {64, uint32_t(minifatSectors)},
                               {68, end}, {76, 0u}})
         put32(b, field.first, field.second);
     return f;

@@ -39,7 +39,8 @@ TEST(CfbSubType, RootClassIdentifierThroughTheRegistryElseTheRootStreams)
 {
     const std::vector<BuiltStream> word{{"WordDocument", "w"}, {"1Table", "t"}};
     const std::vector<BuiltStream> workbook{{"Workbook", "b"}};
-    const char *const wordId = "{00020906-0000-0000-C000-000000000046}", *const showId = "{64818D10-4F9B-11CF-86EA-00AA00B929E8}";
+    const char *const wordId = "{00020906-0000-0000-C000-000000000046}";
+    const char *const showId = "{64818D10-4F9B-11CF-86EA-00AA00B929E8}";
     struct Case { const char *what; QByteArray bytes; int type; const char *reason; };
     const Case cases[] = {
         {"word processor", fileWithRoot(wordId), 17, kById},
@@ -55,7 +56,7 @@ TEST(CfbSubType, RootClassIdentifierThroughTheRegistryElseTheRootStreams)
         // Without a known identifier the root's streams decide.
         {"WordDocument", fileWithRoot(nullptr, word), 17, kByStreams},
         {"Workbook", fileWithRoot(nullptr, workbook), 21, kByStreams},
-        {"an older workbook's identifier, Workbook", fileWithRoot("{00020810-0000-0000-C000-000000000046}", workbook), 21, kByStreams},
+        {"old workbook id", fileWithRoot("{00020810-0000-0000-C000-000000000046}", workbook), 21, kByStreams},
         {"PowerPoint Document", fileWithRoot(nullptr, {{"PowerPoint Document", "p"}, {"Current User", "u"}}),
          19, kByStreams},
         {"only tables and Current User",

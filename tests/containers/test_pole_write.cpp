@@ -18,7 +18,10 @@ const unsigned char *bytesOf(const QByteArray &b) { return reinterpret_cast<cons
 struct File : Cfb
 {
     File() { EXPECT_TRUE(storage.open(true, true)); }
-    explicit File(const QByteArray &bytes) : Cfb(bytes) { EXPECT_TRUE(storage.open(true, false)) << "result " << storage.result(); }
+    explicit File(const QByteArray &bytes) : Cfb(bytes)
+    {
+        EXPECT_TRUE(storage.open(true, false)) << "result " << storage.result();
+    }
 };
 
 struct Stats
@@ -54,7 +57,8 @@ TEST(PoleWrite, StreamsChooseBigOrSmallBlocksByTheirSize)
         EXPECT_EQ(after.usedBat() - before.usedBat(), c.bigBlocks) << c.size;
         EXPECT_EQ(after.usedSbat() - before.usedSbat(), c.smallBlocks) << c.size;
         const QString parent = c.path.section(QLatin1Char('/'), 0, -2);
-        EXPECT_EQ(verifyWritten(f.bytes(), {{c.path, data}}, parent.isEmpty() ? QStringList() : QStringList{parent}), QString()) << c.size;
+        const QStringList storages = parent.isEmpty() ? QStringList() : QStringList{parent};
+        EXPECT_EQ(verifyWritten(f.bytes(), {{c.path, data}}, storages), QString()) << c.size;
     }
 }
 
@@ -96,7 +100,7 @@ TEST(PoleWrite, ResizingAndWritingAcrossTheThresholdKeepTheContent)
     EXPECT_EQ(verifyWritten(f.bytes(), {{"/grow", all}}), QString());
 }
 
-TEST(PoleWrite, CreatingAgainAddingAndDeletingAStorage)
+TEST(PoleWrite, CreatingAgainAddingDeletingAndRefusedChanges)
 {
     File f;
     ASSERT_TRUE(f.add("/old", pattern(9000, 1)));
@@ -126,6 +130,15 @@ TEST(PoleWrite, CreatingAgainAddingAndDeletingAStorage)
     const QMap<QString, QByteArray> streams{
         {"/s", shorter + longer.mid(1500)}, {"/dev", pattern(7000, 6)}, {"/again", pattern(30, 6)}};
     EXPECT_EQ(verifyWritten(f.bytes(), streams), QString());
+
+    // Refused changes.
+    for (const QString &path : QStringList{QString(), "/missing", "/"})
+        EXPECT_FALSE(f.storage.deleteByName(path)) << qPrintable(path);
+    EXPECT_TRUE(POLE::Stream(&f.storage, "/s/under", true, 5).fail()) << "a stream has no children";
+    EXPECT_EQ(POLE::Stream(&f.storage, "/").write(bytesOf("x"), 1), 0u) << "a storage takes no data";
+    EXPECT_EQ(thrownBy([&] { f.storage.setClassId("/", QUuid::createUuid().toString()); }), "not implemented");
+    POLE::Stream overlong(&f.storage, "/" + QString(32, QLatin1Char('n')), true, 0);
+    EXPECT_EQ(thrownBy([&] { overlong.flush(); }), "Error in CFB - max length for name is 31 chars");
 }
 
 TEST(PoleWrite, DeletingAnyNodeOfASiblingTree)
@@ -148,20 +161,6 @@ TEST(PoleWrite, DeletingAnyNodeOfASiblingTree)
         EXPECT_TRUE(f.storage.deleteByName(victim)) << qPrintable(victim);
         EXPECT_EQ(verifyWritten(f.bytes(), expected, {"/dir"}), QString()) << "after deleting " << qPrintable(victim);
     }
-}
-
-TEST(PoleWrite, RefusedChanges)
-{
-    File f;
-    ASSERT_TRUE(f.add("/s", pattern(10, 1)));
-    for (const QString &path : QStringList{QString(), "/missing", "/"})
-        EXPECT_FALSE(f.storage.deleteByName(path)) << qPrintable(path);
-    EXPECT_TRUE(POLE::Stream(&f.storage, "/s/under", true, 5).fail()) << "a stream has no children";
-    EXPECT_EQ(POLE::Stream(&f.storage, "/").write(bytesOf("x"), 1), 0u) << "a storage takes no data";
-    EXPECT_EQ(thrownBy([&] { f.storage.setClassId("/", "{00020906-0000-0000-c000-000000000046}"); }),
-              "not implemented");
-    POLE::Stream overlong(&f.storage, "/" + QString(32, QLatin1Char('n')), true, 0);
-    EXPECT_EQ(thrownBy([&] { overlong.flush(); }), "Error in CFB - max length for name is 31 chars");
 }
 
 TEST(PoleWrite, GrowingPast109TableSectorsAddsTheMetaTable)

@@ -45,7 +45,9 @@ QByteArray unzipTool(const QStringList &arguments)
 
 TEST(Unzip, ListsReadsAndAddsArchivesOnReopen)
 {
-    MemoryBuffer buffer = bufferOf(zipOf({{"word/", {}}, {"word/document.xml", "payload"}, {"[Content_Types].xml", "<Types/>"}, {"odd\\", {}}, {"empty", {}}}));
+    const Members members{{"word/", {}}, {"word/document.xml", "payload"}, {"[Content_Types].xml", "<Types/>"},
+                          {"odd\\", {}}, {"empty", {}}};
+    MemoryBuffer buffer = bufferOf(zipOf(members));
     buffer.seek(7, MBSeekStart);
     Unzip unzip;
     ASSERT_TRUE(unzip.open(&buffer));
@@ -54,7 +56,9 @@ TEST(Unzip, ListsReadsAndAddsArchivesOnReopen)
     EXPECT_EQ(unzip.getFolders(), (QList<QString>{"word/", "odd\\"}));
     EXPECT_EQ(unzip.getFilenames(), (QList<QString>{"word/document.xml", "[Content_Types].xml", "empty"}));
     const QMap<QString, QVariant> word{{"document.xml", "word/document.xml"}};
-    EXPECT_EQ(unzip.getEntriesMap(), (QMap<QString, QVariant>{{"[Content_Types].xml", "[Content_Types].xml"}, {"empty", "empty"}, {"word", word}}));
+    const QMap<QString, QVariant> map{{"[Content_Types].xml", "[Content_Types].xml"}, {"empty", "empty"},
+                                      {"word", word}};
+    EXPECT_EQ(unzip.getEntriesMap(), map);
 
     // Members go to a buffer at its cursor; an empty one writes nothing.
     MemoryBuffer target = bufferOf("0123");
@@ -176,7 +180,8 @@ TEST(UnzipHostile, EveryArchiveHandsOverTrueContentOrNothing)
         QByteArray tail;
         QDataStream out(&tail, QIODevice::WriteOnly);
         out.setByteOrder(QDataStream::LittleEndian);
-        out << quint32(0x06064b50) << quint64(44) << quint16(45) << quint16(45) << quint32(0) << quint32(0) << count << count
+        out << quint32(0x06064b50) << quint64(44) << quint16(45) << quint16(45) << quint32(0) << quint32(0)
+            << count << count
             << (directorySize ? directorySize : qFromLittleEndian<quint32>(archive.constData() + end + 12))
             << quint64(qFromLittleEndian<quint32>(archive.constData() + end + 16));
         out << quint32(0x07064b50) << quint32(0) << quint64(end) << quint32(1);
@@ -208,7 +213,8 @@ TEST(UnzipHostile, EveryArchiveHandsOverTrueContentOrNothing)
     // Every cut and many damaged bytes of a valid archive: cut before its end
     // record, it must not open.
     for (int length = 0; length < archive.size(); ++length)
-        cases.push_back({"cut at " + std::to_string(length), archive.left(length), length <= end ? std::optional<QList<QString>>(none) : std::nullopt, members});
+        cases.push_back({"cut at " + std::to_string(length), archive.left(length),
+                         length <= end ? std::optional<QList<QString>>(none) : std::nullopt, members});
     for (int at = 0; at < archive.size(); ++at)
         for (const char value : {'\0', '\x7f', '\xff', char(archive[at] ^ 0x55)})
             cases.push_back({"byte " + std::to_string(at) + " set to " + std::to_string(uint8_t(value)),
@@ -224,7 +230,8 @@ TEST(UnzipHostile, EveryArchiveHandsOverTrueContentOrNothing)
             for (const auto &member : c.members) {
                 QByteArray data("untouched");
                 const bool read = unzip.getEntryData(member.first, data);
-                EXPECT_EQ(data, read ? member.second : QByteArray("untouched")) << c.what << ", " << member.first.toStdString();
+                EXPECT_EQ(data, read ? member.second : QByteArray("untouched"))
+                    << c.what << ", " << member.first.toStdString();
                 EXPECT_TRUE(read || !names.contains(member.first) || !c.names) << c.what << ": listed but unread";
             }
             const QVariant map = unzip.getEntriesMap();
@@ -232,7 +239,8 @@ TEST(UnzipHostile, EveryArchiveHandsOverTrueContentOrNothing)
                 QByteArray data;
                 unzip.getEntryData(name, data);
                 unzip.getEntrySize(name);
-                EXPECT_TRUE(names.contains(name.left(1)) || !unzip.getEntryData(name.left(1), data)) << c.what << ": by its first character";
+                EXPECT_TRUE(names.contains(name.left(1)) || !unzip.getEntryData(name.left(1), data))
+                    << c.what << ": by its first character";
                 QVariant node = map;
                 for (const QString &part : name.split(QLatin1Char('/')))
                     node = node.toMap().value(part);
