@@ -9,7 +9,6 @@
 #include "containers/pole.h"
 
 #include <QCryptographicHash>
-#include <QFile>
 #include <QMap>
 #include <QProcess>
 #include <QRandomGenerator>
@@ -18,12 +17,11 @@
 #include <QtEndian>
 
 #include <algorithm>
-#include <cstring>
 #include <vector>
 
 namespace cfbtest {
 
-inline QString fixture(const QString &name) { return fixturePath(QStringLiteral("cfb/") + name); }
+inline QString fixture(const QString &name) { return fixturePath("cfb/" + name); }
 
 inline QByteArray readFile(const QString &path)
 {
@@ -35,13 +33,6 @@ inline bool writeFile(const QString &path, const QByteArray &data)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
-}
-
-// Writes the bytes to a file of this name in the folder and gives its path.
-inline QString fileIn(const QTemporaryDir &dir, const QString &name, const QByteArray &data)
-{
-    const QString path = dir.filePath(name);
-    return writeFile(path, data) ? path : QString();
 }
 
 inline QByteArray toBytes(const MemoryBuffer &buffer)
@@ -99,7 +90,7 @@ inline QString streamEntry(const QByteArray &data, const QString &clsid = QUuid(
     const QByteArray hash = QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex();
     return QStringLiteral("stream %1 %2 %3").arg(data.size()).arg(QString::fromLatin1(hash), clsid);
 }
-inline QString storageEntry(const QString &clsid = QUuid().toString()) { return QStringLiteral("storage ") + clsid; }
+inline QString storageEntry(const QString &clsid = QUuid().toString()) { return "storage " + clsid; }
 
 // The listing as python3-olefile reads the file (the system interpreter, since
 // another python3 may come without Debian's modules); "!error" on failure.
@@ -119,11 +110,12 @@ for parts in ole.listdir(streams=True, storages=True):
         print("/%s\tstorage %s" % (p, uuid(ole.getclsid(p))))
 )PY";
     QProcess p;
-    p.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral("-c"), QString::fromLatin1(script), path});
+    p.start("/usr/bin/python3", {"-c", QString::fromLatin1(script), path});
     if (!p.waitForFinished(120000) || p.exitCode() != 0)
-        return {{QStringLiteral("!error"), QString::fromUtf8(p.readAllStandardError())}};
+        return {{"!error", QString::fromUtf8(p.readAllStandardError())}};
     Listing listing;
-    for (const QString &line : QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+    const QStringList lines = QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    for (const QString &line : lines)
         listing.insert(line.section(QLatin1Char('\t'), 0, 0), line.section(QLatin1Char('\t'), 1));
     return listing;
 }
@@ -133,12 +125,12 @@ inline Listing poleListing(Cfb &file)
 {
     Listing listing;
     QString id;
-    file.storage.getClassId(QStringLiteral("/"), id);
-    listing.insert(QStringLiteral("/"), QStringLiteral("root ") + id);
+    file.storage.getClassId("/", id);
+    listing.insert("/", "root " + id);
     QStringList pending{QString()};
     while (!pending.isEmpty()) {
         const QString dir = pending.takeLast();
-        for (const QString &name : file.storage.entries(dir.isEmpty() ? QStringLiteral("/") : dir)) {
+        for (const QString &name : file.storage.entries(dir.isEmpty() ? "/" : dir)) {
             const QString path = dir + QLatin1Char('/') + name;
             file.storage.getClassId(path, id);
             if (file.storage.isDirectory(path))
@@ -161,26 +153,28 @@ inline QString difference(const Listing &ours, const Listing &theirs)
 inline Listing olefileListingOf(const QByteArray &file)
 {
     QTemporaryDir dir;
-    return olefileListing(fileIn(dir, QStringLiteral("written.cfb"), file));
+    const QString path = dir.filePath("written.cfb");
+    return writeFile(path, file) ? olefileListing(path) : Listing{{"!error", path}};
 }
 
 // Checks a file we wrote: the independent reader, and we on reopening it, must
 // find exactly these streams and storages, all with zero class identifiers.
-inline QString verifyWritten(const QByteArray &file, const QMap<QString, QByteArray> &streams, const QStringList &storages = {})
+inline QString verifyWritten(const QByteArray &file, const QMap<QString, QByteArray> &streams,
+                             const QStringList &storages = {})
 {
-    Listing expected{{QStringLiteral("/"), QStringLiteral("root ") + QUuid().toString()}};
+    Listing expected{{"/", "root " + QUuid().toString()}};
     for (auto it = streams.begin(); it != streams.end(); ++it)
         expected.insert(it.key(), streamEntry(it.value()));
     for (const QString &storage : storages)
         expected.insert(storage, storageEntry());
     const QString theirs = difference(expected, olefileListingOf(file));
     if (!theirs.isEmpty())
-        return QStringLiteral("independent reader: ") + theirs;
+        return "independent reader: " + theirs;
     Cfb reopened(file);
     if (!reopened.storage.open())
         return QStringLiteral("we cannot reopen it: result %1").arg(reopened.storage.result());
     const QString ours = difference(poleListing(reopened), expected);
-    return ours.isEmpty() ? QString() : QStringLiteral("reopened by us: ") + ours;
+    return ours.isEmpty() ? QString() : "reopened by us: " + ours;
 }
 
 // --- a compound file laid out by hand ---------------------------------------
@@ -207,57 +201,60 @@ struct BuiltFile
     int batEntryOffset(uint32_t sector) const { return sectorOffset(0) + int(sector) * 4; }
     int minifatEntryOffset(uint32_t block) const { return sectorOffset(uint32_t(firstMinifatSector)) + int(block) * 4; }
     int dirEntryOffset(int index) const { return sectorOffset(uint32_t(firstDirSector)) + index * 128; }
-    uint32_t firstSector(int index) const { return qFromLittleEndian<uint32_t>(bytes.constData() + dirEntryOffset(index) + 116); }
+    uint32_t firstSector(int index) const
+    {
+        return qFromLittleEndian<uint32_t>(bytes.constData() + dirEntryOffset(index) + 116);
+    }
 };
 
 // A valid compound file with the given streams at the root, as directory
-// entries 1.. in the order given, linked as a chain of right siblings (our
-// reader and the independent one do not rely on sibling order).
-// sectorShift 9 or 12; one BAT sector, so at most 127 sectors of 512 bytes.
+// entries 1.. in the order given, each the right sibling of the one before
+// (readers do not rely on sibling order). sectorShift 9 or 12; one BAT sector.
 inline BuiltFile buildCompoundFile(const std::vector<BuiltStream> &streams, int sectorShift = 9,
                                    const QByteArray &rootClsid = QByteArray(16, '\0'))
 {
     const uint32_t none = 0xFFFFFFFF, end = 0xFFFFFFFE;
-    const int ss = 1 << sectorShift, epb = ss / 4, n = int(streams.size());
+    const int ss = 1 << sectorShift, n = int(streams.size());
     auto sectorsFor = [ss](int bytes) { return (bytes + ss - 1) / ss; };
     auto isSmall = [](const QByteArray &d) { return !d.isEmpty() && d.size() < 4096; };
-
     QByteArray mini; // the small-block container
     int bigSectors = 0;
     for (const BuiltStream &s : streams) {
         if (isSmall(s.data))
-            mini += s.data + QByteArray((64 - s.data.size() % 64) % 64, '\0');
+            mini += s.data.leftJustified((s.data.size() + 63) / 64 * 64, '\0');
         else
             bigSectors += sectorsFor(s.data.size());
     }
-    const int dirSectors = sectorsFor((n + 1) * 128), minifatSectors = sectorsFor(mini.size() / 64 * 4);
-    const int miniSectors = sectorsFor(mini.size());
-    const int dataSectors = dirSectors + minifatSectors + miniSectors + bigSectors, batSectors = 1;
-
+    const int dirSectors = sectorsFor((n + 1) * 128), minifatSectors = sectorsFor(mini.size() / 16);
     BuiltFile f;
     f.sectorSize = ss;
-    f.bytes = QByteArray((batSectors + dataSectors + 1) * ss, '\0');
+    f.bytes = QByteArray((2 + dirSectors + minifatSectors + sectorsFor(mini.size()) + bigSectors) * ss, '\0');
     QByteArray &b = f.bytes;
-    std::vector<uint32_t> bat(size_t(batSectors * epb), none), minifat(size_t(minifatSectors * epb), none);
-    std::fill_n(bat.begin(), batSectors, 0xFFFFFFFD);
-    auto link = [&](std::vector<uint32_t> &table, int first, int count) {
-        for (int i = 0; i < count; ++i)
-            table[size_t(first + i)] = i + 1 < count ? uint32_t(first + i + 1) : end;
+    b.replace(76, 436, QByteArray(436, '\xff')); // the header's list of BAT sectors
+    b.replace(f.sectorOffset(0), ss, QByteArray(ss, '\xff'));
+    put32(b, f.batEntryOffset(0), 0xFFFFFFFD);
+    // Chains consecutive sectors in the BAT, or small blocks in the minifat.
+    auto link = [&](bool inBat, int first, int count) {
+        for (int i = first; i < first + count; ++i) {
+            const int at = inBat ? f.batEntryOffset(uint32_t(i)) : f.minifatEntryOffset(uint32_t(i));
+            put32(b, at, i + 1 < first + count ? uint32_t(i + 1) : end);
+        }
         return count ? uint32_t(first) : end;
     };
-    int next = batSectors; // the next free sector
+    int next = 1; // the next free sector
     auto place = [&](int count, const QByteArray &content) {
-        std::memcpy(b.data() + f.sectorOffset(uint32_t(next)), content.constData(), size_t(content.size()));
+        b.replace(f.sectorOffset(uint32_t(next)), content.size(), content);
         next += count;
-        return link(bat, next - count, count);
+        return link(true, next - count, count);
     };
     f.firstDirSector = next;
     place(dirSectors, {});
     f.firstMinifatSector = minifatSectors ? next : -1;
-    place(minifatSectors, {});
-    const uint32_t miniStart = place(miniSectors, mini);
+    place(minifatSectors, QByteArray(minifatSectors * ss, '\xff'));
+    const uint32_t miniStart = place(sectorsFor(mini.size()), mini);
 
-    auto dirEntry = [&](int index, const QString &name, int type, uint32_t child, uint32_t right, uint32_t start, uint32_t size) {
+    auto dirEntry = [&](int index, const QString &name, int type, uint32_t child, uint32_t right, uint32_t start,
+                        uint32_t size) {
         const int at = f.dirEntryOffset(index);
         for (int c = 0; c < name.size(); ++c)
             put16(b, at + c * 2, name.at(c).unicode());
@@ -267,35 +264,28 @@ inline BuiltFile buildCompoundFile(const std::vector<BuiltStream> &streams, int 
         for (const auto &field : {std::make_pair(68, none), {72, right}, {76, child}, {116, start}, {120, size}})
             put32(b, at + field.first, field.second);
     };
-    dirEntry(0, QStringLiteral("Root Entry"), 5, n ? 1 : none, none, miniStart, uint32_t(miniSectors * ss));
+    dirEntry(0, "Root Entry", 5, n ? 1 : none, none, miniStart, uint32_t(sectorsFor(mini.size()) * ss));
     b.replace(f.dirEntryOffset(0) + 80, 16, rootClsid);
     int miniNext = 0;
     for (int i = 0; i < n; ++i) {
         const QByteArray &data = streams[size_t(i)].data;
-        uint32_t start;
-        if (isSmall(data)) {
-            start = link(minifat, miniNext, (data.size() + 63) / 64);
-            miniNext += (data.size() + 63) / 64;
-        } else {
-            start = place(sectorsFor(data.size()), data);
-        }
-        dirEntry(i + 1, streams[size_t(i)].name, 2, none, i + 1 < n ? uint32_t(i + 2) : none, start, uint32_t(data.size()));
+        const int blocks = (data.size() + 63) / 64;
+        const uint32_t start = isSmall(data) ? link(false, miniNext, blocks) : place(sectorsFor(data.size()), data);
+        miniNext += isSmall(data) ? blocks : 0;
+        const uint32_t right = i + 1 < n ? uint32_t(i + 2) : none;
+        dirEntry(i + 1, streams[size_t(i)].name, 2, none, right, start, uint32_t(data.size()));
     }
 
-    b.replace(0, 8, "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8);
-    for (const auto &field : {std::make_pair(24, 0x3E), {26, sectorShift == 12 ? 4 : 3}, {28, 0xFFFE}, {30, sectorShift}, {32, 6}})
+    b.replace(0, 76, QByteArray("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8).leftJustified(76, '\0'));
+    for (const auto &field :
+         {std::make_pair(24, 0x3E), {26, sectorShift == 12 ? 4 : 3}, {28, 0xFFFE}, {30, sectorShift}, {32, 6}})
         put16(b, field.first, uint16_t(field.second));
-    for (const auto &field : {std::make_pair(40, sectorShift == 12 ? uint32_t(dirSectors) : 0u), {44, uint32_t(batSectors)},
+    for (const auto &field : {std::make_pair(40, sectorShift == 12 ? uint32_t(dirSectors) : 0u), {44, 1u},
                               {48, uint32_t(f.firstDirSector)}, {56, 4096u},
-                              {60, minifatSectors ? uint32_t(f.firstMinifatSector) : end}, {64, uint32_t(minifatSectors)},
-                              {68, end}})
+                              {60, minifatSectors ? uint32_t(f.firstMinifatSector) : end},
+                              {64, uint32_t(minifatSectors)},
+                              {68, end}, {76, 0u}})
         put32(b, field.first, field.second);
-    for (int i = 0; i < 109; ++i)
-        put32(b, 76 + i * 4, i < batSectors ? uint32_t(i) : none);
-    for (size_t i = 0; i < bat.size(); ++i)
-        put32(b, f.batEntryOffset(uint32_t(i)), bat[i]);
-    for (size_t i = 0; i < minifat.size(); ++i)
-        put32(b, f.minifatEntryOffset(uint32_t(i)), minifat[i]);
     return f;
 }
 

@@ -23,16 +23,13 @@ BDDLStructBase_Root *someRoot()
     return reinterpret_cast<BDDLStructBase_Root *>(&placeholder);
 }
 
-// A file whose root has this class identifier (stored as three little-endian
-// fields, then eight bytes; none: all zeros) and these streams.
+// A file whose root has this class identifier (none: all zeros), stored with
+// its first three fields little-endian, and these streams.
 QByteArray fileWithRoot(const char *clsid, const std::vector<BuiltStream> &streams = {})
 {
-    const QUuid id(QString::fromLatin1(clsid ? clsid : "{00000000-0000-0000-0000-000000000000}"));
-    QByteArray b(16, '\0');
-    qToLittleEndian(id.data1, b.data());
-    qToLittleEndian(id.data2, b.data() + 4);
-    qToLittleEndian(id.data3, b.data() + 6);
-    std::memcpy(b.data() + 8, id.data4, 8);
+    QByteArray b = clsid ? QUuid(QString::fromLatin1(clsid)).toRfc4122() : QByteArray(16, '\0');
+    for (const auto &field : {std::make_pair(0, 4), {4, 2}, {6, 2}})
+        std::reverse(b.begin() + field.first, b.begin() + field.first + field.second);
     return buildCompoundFile(streams, 9, b).bytes;
 }
 
@@ -40,19 +37,17 @@ QByteArray fileWithRoot(const char *clsid, const std::vector<BuiltStream> &strea
 
 TEST(CfbSubType, RootClassIdentifierThroughTheRegistryElseTheRootStreams)
 {
-    const std::vector<BuiltStream> word{{QStringLiteral("WordDocument"), "w"}, {QStringLiteral("1Table"), "t"}};
-    const std::vector<BuiltStream> workbook{{QStringLiteral("Workbook"), "b"}};
-    const char *const wordId = "{00020906-0000-0000-C000-000000000046}", *const showId = "{64818D10-4F9B-11CF-86EA-00AA00B929E8}";
+    const std::vector<BuiltStream> word{{"WordDocument", "w"}, {"1Table", "t"}};
+    const std::vector<BuiltStream> workbook{{"Workbook", "b"}};
+    const char *const wordId = "{00020906-0000-0000-C000-000000000046}";
+    const char *const showId = "{64818D10-4F9B-11CF-86EA-00AA00B929E8}";
     struct Case { const char *what; QByteArray bytes; int type; const char *reason; };
     const Case cases[] = {
         {"word processor", fileWithRoot(wordId), 17, kById},
         {"spreadsheet", fileWithRoot("{00020820-0000-0000-C000-000000000046}"), 21, kById},
         {"presentation", fileWithRoot(showId), 19, kById},
         {"Open XML document inside", fileWithRoot("{F4754C9B-64F5-4B40-8AF4-679732AC0607}"), 768, kById},
-        {"Open XML workbook inside", fileWithRoot("{00020832-0000-0000-C000-000000000046}"), 769, kById},
-        {"Open XML presentation inside", fileWithRoot("{DC020317-E6E2-4A62-B9FA-B3EFE16626F4}"), 770, kById},
         {"PDF", fileWithRoot("{B801CA65-A1FC-11D0-85AD-444553540000}"), ft_pdf, kById},
-        {"XML", fileWithRoot("{48123BC4-99D9-11D1-A6B3-00C04FD91555}"), ft_xml, kById},
         // The image rows store "cf" in lower case, so the upper-cased text never matches.
         {"image row", fileWithRoot("{25336920-03F9-11CF-8FD0-00AA00686F13}"), 0, kNone},
         {"a row of type 0", fileWithRoot("{00021A14-0000-0000-C000-000000000046}"), 0, kNone},
@@ -61,19 +56,14 @@ TEST(CfbSubType, RootClassIdentifierThroughTheRegistryElseTheRootStreams)
         // Without a known identifier the root's streams decide.
         {"WordDocument", fileWithRoot(nullptr, word), 17, kByStreams},
         {"Workbook", fileWithRoot(nullptr, workbook), 21, kByStreams},
-        {"an older workbook's identifier, Workbook", fileWithRoot("{00020810-0000-0000-C000-000000000046}", workbook), 21, kByStreams},
-        {"PowerPoint Document", fileWithRoot(nullptr, {{QStringLiteral("PowerPoint Document"), "p"}, {QStringLiteral("Current User"), "u"}}),
+        {"old workbook id", fileWithRoot("{00020810-0000-0000-C000-000000000046}", workbook), 21, kByStreams},
+        {"PowerPoint Document", fileWithRoot(nullptr, {{"PowerPoint Document", "p"}, {"Current User", "u"}}),
          19, kByStreams},
-        {"only tables", fileWithRoot(nullptr, {{QStringLiteral("0Table"), "t"}, {QStringLiteral("1Table"), "t"}}), 0, kNone},
-        {"only Current User", fileWithRoot(nullptr, {{QStringLiteral("Current User"), "u"}}), 0, kNone},
-        {"names are case-sensitive", fileWithRoot(nullptr, {{QStringLiteral("workbook"), "b"}}), 0, kNone},
+        {"only tables and Current User",
+         fileWithRoot(nullptr, {{"0Table", "t"}, {"Current User", "u"}}), 0, kNone},
+        {"names are case-sensitive", fileWithRoot(nullptr, {{"workbook", "b"}}), 0, kNone},
         {"the identifier wins over the streams", fileWithRoot(showId, word), 19, kById},
-        // Files of an office suite, and other bytes.
-        {"writer.doc", readFile(fixture(QStringLiteral("writer.doc"))), 17, kById},
-        {"impress.ppt", readFile(fixture(QStringLiteral("impress.ppt"))), 19, kById},
-        {"calc.xls", readFile(fixture(QStringLiteral("calc.xls"))), 21, kByStreams},
-        {"zip archive", QByteArray("PK\x03\x04\x14\x00\x00\x00zip archive", 19), 0, kNone},
-        {"empty", QByteArray(), 0, kNone},
+        {"not a compound file", QByteArray("PK\x03\x04"), 0, kNone},
         {"cut after the header", fileWithRoot(wordId).left(512), 0, kNone},
     };
     for (const Case &c : cases) {
@@ -96,12 +86,12 @@ TEST(CfbSubType, WithoutARootNothingIsTouchedAndNameErrorsRewind)
     EXPECT_STREQ(reason, kNone);
     EXPECT_EQ(FileType().determineCfbSubType(&buffer, nullptr, someRoot()), 17) << "a null reason is allowed";
 
-    BuiltFile built = buildCompoundFile({{QStringLiteral("x"), "data"}});
+    BuiltFile built = buildCompoundFile({{"x", "data"}});
     put16(built.bytes, built.dirEntryOffset(1) + 64, 7);
     MemoryBuffer odd = bufferOf(built.bytes);
     odd.seek(9, MBSeekStart);
     EXPECT_EQ(thrownBy([&] { FileType().determineCfbSubType(&odd, &reason, someRoot()); }),
-              QStringLiteral("Error in CFB - name length is odd"));
+              "Error in CFB - name length is odd");
     EXPECT_EQ(odd.tell(), 0u);
     EXPECT_STREQ(reason, kNone);
 }

@@ -5,7 +5,6 @@
 #include "cfbtesttools.h"
 #include "qtprinters.h"
 
-#include <QBuffer>
 #include <QSet>
 #include <gtest/gtest.h>
 
@@ -15,49 +14,38 @@ using namespace cfbtest;
 
 TEST(PoleRead, FilesOfOtherWritersReadAsTheIndependentReaderReadsThem)
 {
-    // Besides the fixtures: 4096-byte sectors, and a file of more than 109
-    // allocation-table sectors, found through the meta table.
-    QTemporaryDir dir;
-    const QString sectors4096 = fileIn(dir, QStringLiteral("sectors4096.cfb"),
-                                       buildCompoundFile({{QStringLiteral("tiny"), pattern(10, 1)}, {QStringLiteral("at4095"), pattern(4095, 2)},
-                                                          {QStringLiteral("at4096"), pattern(4096, 3)}, {QStringLiteral("large"), pattern(70000, 4)},
-                                                          {QStringLiteral("none"), QByteArray()}}, 12).bytes);
-    QProcess gsf;
-    gsf.setWorkingDirectory(dir.path());
-    gsf.start(QStringLiteral("gsf"), {QStringLiteral("createole"), QStringLiteral("mbat.ole"),
-                                      fileIn(dir, QStringLiteral("huge.bin"), pattern(8 * 1000 * 1000, 7))});
-    ASSERT_TRUE(gsf.waitForFinished(120000) && gsf.exitCode() == 0) << "gsf createole failed (install libgsf-bin)";
-    const QString mbat = dir.filePath(QStringLiteral("mbat.ole"));
-    for (const QString &path : {fixture(QStringLiteral("writer.doc")), fixture(QStringLiteral("calc.xls")), fixture(QStringLiteral("impress.ppt")),
-                                fixture(QStringLiteral("gsf-mixed.ole")), sectors4096, mbat}) {
-        Cfb f(readFile(path));
-        ASSERT_TRUE(f.storage.open()) << qPrintable(path) << ": result " << f.storage.result();
-        const Listing theirs = olefileListing(path);
-        EXPECT_EQ(difference(poleListing(f), theirs), QString()) << qPrintable(path);
-        QStringList streams = f.storage.GetAllStreams(QStringLiteral("/")), expected;
+    // Files with more than 109 allocation-table sectors are read back in the writing tests.
+    const QByteArray sectors4096 = buildCompoundFile({{"tiny", pattern(10, 1)}, {"at4095", pattern(4095, 2)},
+                                                      {"at4096", pattern(4096, 3)}, {"large", pattern(70000, 4)},
+                                                      {"none", QByteArray()}}, 12).bytes;
+    for (const char *name : {"writer.doc", "calc.xls", "impress.ppt", "gsf-mixed.ole", "4096-byte sectors"}) {
+        const QByteArray bytes = qstrcmp(name, "4096-byte sectors") ? readFile(fixture(name)) : sectors4096;
+        Cfb f(bytes);
+        ASSERT_TRUE(f.storage.open()) << name << ": result " << f.storage.result();
+        const Listing theirs = olefileListingOf(bytes);
+        EXPECT_EQ(difference(poleListing(f), theirs), QString()) << name;
+        QStringList streams = f.storage.GetAllStreams("/"), expected;
         for (auto it = theirs.begin(); it != theirs.end(); ++it)
             if (it.value().startsWith(QLatin1String("stream")))
                 expected << it.key();
         streams.sort();
-        EXPECT_EQ(streams, expected) << qPrintable(path);
-        EXPECT_EQ(f.storage.headerInfo().bigBlockShift, path == sectors4096 ? 12u : 9u) << qPrintable(path);
-        EXPECT_EQ(f.storage.headerInfo().numBat > 109, path == mbat) << qPrintable(path);
+        EXPECT_EQ(streams, expected) << name;
     }
 }
 
-TEST(PoleRead, StreamsLookupsAndEntryData)
+TEST(PoleRead, StreamsLookupsEntryDataAndReadOnlyRefusals)
 {
     // Upper-cased ordering puts "aZ" before "Ba", code-unit ordering after:
     // the builder chained Ba -> aZ; relink them as aZ -> Ba.
     const QByteArray small = pattern(3000, 5), large = pattern(10000, 6);
-    BuiltFile built = buildCompoundFile({{QStringLiteral("Ba"), small}, {QStringLiteral("aZ"), large}});
+    BuiltFile built = buildCompoundFile({{"Ba", small}, {"aZ", large}});
     put32(built.bytes, built.dirEntryOffset(0) + 76, 2);
     put32(built.bytes, built.dirEntryOffset(2) + 72, 1);
     put32(built.bytes, built.dirEntryOffset(1) + 72, 0xFFFFFFFF);
-    Cfb f(built.bytes);
-    ASSERT_TRUE(f.storage.open());
+    auto f = std::make_unique<Cfb>(built.bytes);
+    ASSERT_TRUE(f->storage.open());
     for (const QByteArray *data : {&small, &large}) {
-        POLE::Stream stream(&f.storage, data == &small ? QStringLiteral("/Ba") : QStringLiteral("aZ")); // the slash is optional
+        POLE::Stream stream(&f->storage, data == &small ? "/Ba" : "aZ"); // the slash is optional
         ASSERT_EQ(stream.size(), unsigned(data->size()));
         for (int pos : {63, data->size() - 10}) {
             QByteArray chunk(1500, '\0');
@@ -69,42 +57,30 @@ TEST(PoleRead, StreamsLookupsAndEntryData)
         stream.seek(unsigned(data->size() - 1));
         EXPECT_EQ(stream.getch(), int(uint8_t(data->back())));
     }
-    // Whole streams replace a buffer's content, or go after a device's.
+    // Whole streams replace a buffer's content; a missing one empties it.
     MemoryBuffer out = bufferOf("old contents");
-    EXPECT_TRUE(f.storage.getEntryData(QStringLiteral("/aZ"), &out));
+    EXPECT_TRUE(f->storage.getEntryData("/aZ", &out));
     EXPECT_TRUE(toBytes(out) == large);
-    EXPECT_TRUE(f.storage.getEntryData(QStringLiteral("/missing"), &out));
+    EXPECT_TRUE(f->storage.getEntryData("/missing", &out));
     EXPECT_EQ(out.sizeOfMB(), 0u) << "a missing stream leaves the buffer empty";
-    QBuffer device;
-    device.open(QIODevice::WriteOnly);
-    device.write("prefix");
-    EXPECT_TRUE(f.storage.getEntryData(QStringLiteral("aZ"), device));
-    EXPECT_TRUE(device.data() == QByteArray("prefix") + large);
-}
 
-TEST(PoleRead, ReadOnlyStorageLeavesTheBufferAloneAndClosingEndsItsStreams)
-{
-    auto f = std::make_unique<Cfb>(readFile(fixture(QStringLiteral("gsf-mixed.ole"))));
-    ASSERT_TRUE(f->storage.open());
-    const QByteArray before = f->bytes();
-    EXPECT_FALSE(f->storage.deleteByName(QStringLiteral("/readme.txt")));
-    EXPECT_FALSE(f->add(QStringLiteral("/new"), "abc"));
-    POLE::Stream stream(&f->storage, QStringLiteral("/readme.txt"));
+    // Opened read-only, nothing changes the buffer; closing ends the streams.
+    EXPECT_FALSE(f->storage.deleteByName("/Ba"));
+    EXPECT_FALSE(f->add("/new", "abc"));
+    POLE::Stream stream(&f->storage, "/Ba");
     EXPECT_EQ(stream.write(reinterpret_cast<const unsigned char *>("abc"), 3), 0u);
     stream.setSize(5000);
-    EXPECT_EQ(stream.size(), 19u);
-    EXPECT_TRUE(f->bytes() == before);
-
+    EXPECT_EQ(stream.size(), 3000u);
+    EXPECT_TRUE(f->bytes() == built.bytes);
     f->storage.close();
     EXPECT_TRUE(stream.fail());
-    EXPECT_FALSE(f->storage.exists(QStringLiteral("/readme.txt"))) << "a closed storage finds nothing";
     f.reset();
     EXPECT_EQ(stream.getch(), -1);
 }
 
 TEST(PoleRead, HeaderAndDirectoryChecks)
 {
-    const BuiltFile built = buildCompoundFile({{QStringLiteral("x"), pattern(100, 1)}});
+    const BuiltFile built = buildCompoundFile({{"x", pattern(100, 1)}});
     auto patched = [&](int at, uint32_t v, bool wide = true) {
         QByteArray b = built.bytes;
         wide ? put32(b, at, v) : put16(b, at, uint16_t(v));
@@ -114,7 +90,6 @@ TEST(PoleRead, HeaderAndDirectoryChecks)
     struct Case { const char *what; QByteArray bytes; int result; const char *thrown; };
     const Case cases[] = {
         {"empty buffer", QByteArray(), POLE::Storage::NotOLE, ""},
-        {"seven bytes of magic", built.bytes.left(7), POLE::Storage::NotOLE, ""},
         {"another magic", patched(4, 0), POLE::Storage::NotOLE, ""},
         {"only the magic", built.bytes.left(8), POLE::Storage::BadOLE, ""},
         {"threshold 8192", patched(56, 8192), POLE::Storage::BadOLE, ""},
@@ -126,7 +101,8 @@ TEST(PoleRead, HeaderAndDirectoryChecks)
         {"more BAT sectors than the file has", patched(44, 0x7FFFFFFF), POLE::Storage::BadOLE, ""},
         {"no directory, so no root", patched(48, 0xFFFFFFFE), POLE::Storage::BadOLE, ""},
         {"an odd name length", patched(nameLength, 5, false), -1, "Error in CFB - name length is odd"},
-        {"a name of 32 characters", patched(nameLength, 66, false), -1, "Error reading CFB - max length for name is 31 chars"},
+        {"a name of 32 characters", patched(nameLength, 66, false), -1,
+         "Error reading CFB - max length for name is 31 chars"},
         {"a name of 31 characters", patched(nameLength, 64, false), POLE::Storage::Ok, ""},
     };
     for (const Case &c : cases) {
@@ -144,7 +120,7 @@ TEST(PoleRead, HeaderAndDirectoryChecks)
 TEST(PoleRead, DamagedFilesEndInShortReads)
 {
     const QByteArray big = pattern(8192, 1), small = pattern(1000, 2);
-    const BuiltFile built = buildCompoundFile({{QStringLiteral("big"), big}, {QStringLiteral("small"), small}});
+    const BuiltFile built = buildCompoundFile({{"big", big}, {"small", small}});
     const uint32_t bigStart = built.firstSector(1), smallStart = built.firstSector(2);
     const int cutAt = built.bytes.size() - 612; // inside big, the file's last stream
     const int kept = cutAt - built.sectorOffset(bigStart);
@@ -153,27 +129,30 @@ TEST(PoleRead, DamagedFilesEndInShortReads)
         {"big's fourth sector leads back to its first",
          [&](QByteArray &b) { put32(b, built.batEntryOffset(bigStart + 3), bigStart); }, big.left(4 * 512), small},
         {"small's third block leads to itself",
-         [&](QByteArray &b) { put32(b, built.minifatEntryOffset(smallStart + 2), smallStart + 2); }, big, small.left(3 * 64)},
+         [&](QByteArray &b) { put32(b, built.minifatEntryOffset(smallStart + 2), smallStart + 2); }, big,
+         small.left(3 * 64)},
         {"the directory and the BAT sector lead to themselves",
          [&](QByteArray &b) {
              put32(b, built.batEntryOffset(uint32_t(built.firstDirSector)), uint32_t(built.firstDirSector));
              put32(b, built.batEntryOffset(0), 0);
          },
          big, small},
-        {"big claims 4 GiB - 1", [&](QByteArray &b) { put32(b, built.dirEntryOffset(1) + 120, 0xFFFFFFFF); }, big, small},
-        {"small claims more blocks than its chain has", [&](QByteArray &b) { put32(b, built.dirEntryOffset(2) + 120, 4095); },
+        {"big claims 4 GiB - 1", [&](QByteArray &b) { put32(b, built.dirEntryOffset(1) + 120, 0xFFFFFFFF); }, big,
+         small},
+        {"small claims more blocks than its chain has",
+         [&](QByteArray &b) { put32(b, built.dirEntryOffset(2) + 120, 4095); },
          big, small + QByteArray(24, '\0')},
-        {"the file ends inside big", [&](QByteArray &b) { b.truncate(cutAt); }, big.left(kept) + QByteArray(8192 - kept, '\0'), small},
+        {"the file ends inside big", [&](QByteArray &b) { b.truncate(cutAt); },
+         big.left(kept) + QByteArray(8192 - kept, '\0'), small},
         {"big is of unknown type 7", [&](QByteArray &b) { b[built.dirEntryOffset(1) + 66] = 7; }, QByteArray(), small},
-        {"big is of type 0, unused", [&](QByteArray &b) { b[built.dirEntryOffset(1) + 66] = 0; }, QByteArray(), small},
     };
     for (const Case &c : cases) {
         QByteArray bytes = built.bytes;
         c.damage(bytes);
         Cfb f(bytes);
         ASSERT_TRUE(f.storage.open()) << c.what;
-        EXPECT_TRUE(f.read(QStringLiteral("/big")) == c.big) << c.what << ": big";
-        EXPECT_TRUE(f.read(QStringLiteral("/small")) == c.small) << c.what << ": small";
+        EXPECT_TRUE(f.read("/big") == c.big) << c.what << ": big";
+        EXPECT_TRUE(f.read("/small") == c.small) << c.what << ": small";
     }
 }
 
@@ -191,9 +170,9 @@ TEST(PoleRead, CyclicSiblingAndChildLinksAreWalkedOnce)
     put32(built.bytes, built.dirEntryOffset(3) + 76, 1);
     Cfb f(built.bytes);
     ASSERT_TRUE(f.storage.open());
-    const QStringList names = f.storage.entries(), all = f.storage.GetAllStreams(QStringLiteral("/"));
-    EXPECT_EQ(QSet<QString>(names.begin(), names.end()).size(), 6) << qPrintable(names.join(QLatin1Char(',')));
-    EXPECT_EQ(names.size(), 6) << "each entry listed once";
+    QStringList names = f.storage.entries(), all = f.storage.GetAllStreams("/");
+    names.sort();
+    EXPECT_EQ(names, (QStringList{"s0", "s1", "s2", "s3", "s4", "s5"})) << "each entry listed once";
     EXPECT_EQ(QSet<QString>(all.begin(), all.end()).size(), all.size());
     EXPECT_EQ(f.storage.getEntriesMap().size(), 6);
     // Paths through the child cycle are bounded by the nesting limit.
