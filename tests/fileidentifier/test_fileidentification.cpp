@@ -67,7 +67,6 @@ TEST(FileIdentification, TypeReasonAndCursorOfEveryKindOfInput)
         // Made by the standard tools (tests/fixtures/archives/make.sh).
         {"plain.zip", archive("plain.zip"), ft_zip, kSignature},
         {"sample.docx", archive("sample.docx"), ft_unknown, kStructure},
-        {"sample.xlsx", archive("sample.xlsx"), ft_unknown, kStructure},
         {"sample.gz", archive("sample.gz"), ft_gzip, kSignature},
         {"sample.bz2", archive("sample.bz2"), ft_bzip2, kSignature},
         {"sample.7z", archive("sample.7z"), ft_7zip, kSignature},
@@ -81,9 +80,7 @@ TEST(FileIdentification, TypeReasonAndCursorOfEveryKindOfInput)
         {"empty", QByteArray(), ft_unknown, kUnknown},
         {"gzip magic alone", QByteArray::fromHex("1f8b"), ft_gzip, kSignature},
         {"BZh", "BZh", ft_bzip2, kSignature},
-        {"bzh9", "bzh9", ft_unknown, kUnknown},
         {"7-Zip short", QByteArray::fromHex("377abcaf27"), ft_unknown, kUnknown},
-        {"7-Zip last byte wrong", QByteArray::fromHex("377abcaf271d"), ft_unknown, kUnknown},
         {"RAR", QByteArray("Rar!\x1A\x07\x00", 7), ft_rar, kSignature},
         {"RAR in 5 bytes", "Rar!\x1A", ft_unknown, kUnknown},
         {"PK alone", "PK", ft_zip, kSignature},
@@ -126,8 +123,6 @@ TEST(FileIdentification, OfficePackagesAreToldByTheirTopLevelFolder)
         {{"word/"}, ft_zip, ft_unknown},
         {{"Word/document.xml"}, ft_zip, ft_unknown},
         {{"sub/word/document.xml"}, ft_zip, ft_unknown},
-        {{"word\\document.xml"}, ft_zip, ft_unknown},
-        {{"[Content_Types].xml", "document.xml"}, ft_zip, ft_unknown},
         {{}, ft_zip, ft_unknown},
     };
     for (const Case &c : cases) {
@@ -142,12 +137,6 @@ TEST(FileIdentification, OfficePackagesAreToldByTheirTopLevelFolder)
         EXPECT_EQ(FileType().determineOpcSubType(&buffer, &text), c.package) << what;
         EXPECT_STREQ(text, c.package == ft_unknown ? "untouched" : "structure match") << what;
         EXPECT_EQ(buffer.tell(), 0u) << what;
-    }
-    for (const QByteArray &bytes : {QByteArray(), QByteArray("PK"), QByteArray("not a zip at all")}) {
-        MemoryBuffer buffer = bufferOf(bytes);
-        buffer.seek(buffer.sizeOfMB(), MBSeekStart);
-        EXPECT_EQ(FileType().determineOpcSubType(&buffer, nullptr), ft_unknown) << bytes.constData();
-        EXPECT_EQ(buffer.tell(), 0u);
     }
     EXPECT_EQ(FileType().determineOpcSubType(nullptr, nullptr), ft_unknown);
 }
@@ -165,12 +154,6 @@ TEST(FileIdentification, TarHeaderKindsAndOctalFields)
         EXPECT_EQ(is_tar(reinterpret_cast<const unsigned char *>(c.bytes.constData()), size_t(c.bytes.size())), c.kind)
             << c.what;
 
-    MemoryBuffer buffer = bufferOf(QByteArray(100, 'x') + tarHeader(QByteArray()));
-    EXPECT_FALSE(file_is_tar(&buffer));
-    buffer.seek(100, MBSeekStart);
-    EXPECT_TRUE(file_is_tar(&buffer)) << "the header is looked for at the cursor";
-    buffer.seek(0, MBSeekEnd);
-    EXPECT_FALSE(file_is_tar(&buffer));
     EXPECT_FALSE(file_is_tar(nullptr));
 
     // Each field is followed by at least one byte, as in a header.

@@ -1,13 +1,12 @@
 // A camera plug-in for the pool's tests, built into several modules set by
-// compile definitions:
+// compile definitions (see CMakeLists.txt for the modules):
 //   VX_TEST_NAME        prefix of the reason texts, so a test sees who answered
 //   VX_TEST_IID         identifier in the metadata (default: the camera interface's)
 //   VX_TEST_REGISTERED  the type registered with the pool
 //   VX_TEST_BEHAVIOUR   Recognise: VX_TEST_ANSWER for the extension "xls", VX_TEST_ANSWER /
 //                         VX_TEST_SUBTYPE for buffers starting "XLS", else 0 and no reason
-//                       Decline: 0 to everything, with a reason
-//                       Throw: sets a reason, then throws from every question
-//                       ThrowOnRegister: throws when asked for its registered type
+//                       Decline: 0 to everything, with a reason; Throw: sets a reason, then
+//                         throws from every question; ThrowOnRegister: throws when registered
 //   VX_TEST_ID          message ids ID*1000 + key length (+500 for sanitisation); groups
 //                       1, 2 are ID*1000 + 1, + 2; group 0 counts initialiseIDLookups calls
 //   VX_TEST_UNRESOLVED  refers to a symbol nobody defines, so the module cannot load
@@ -22,6 +21,9 @@
 
 #include "buffers/MemoryBuffer.h"
 #include "cameras/camera_interfaces.h"
+#include "cameras/parameterblock.h"
+#include "ucp/bddldocument.h"
+#include "ucp_engine/BDDLStructBase.h"
 
 #include <QObject>
 #include <QStringList>
@@ -30,12 +32,6 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
-
-#if defined(VX_TEST_CAMERA) || defined(VX_TEST_IMAGE_CAMERA)
-#include "cameras/parameterblock.h"
-#include "ucp/bddldocument.h"
-#include "ucp_engine/BDDLStructBase.h"
-#endif
 
 #ifndef VX_TEST_IID
 #define VX_TEST_IID VXCameraPluginIF_iid
@@ -229,21 +225,15 @@ private:
     static ft_t identify(const MemoryBuffer *buffer, const char **reason, int answer, const char *found,
                          const char *declined)
     {
-        const char *text = nullptr;
-        ft_t type = ft_unknown;
-        if (kBehaviour == Behaviour::Recognise) {
-            if (buffer && buffer->sizeOfMB() >= 3 && std::memcmp(buffer->constData(), "XLS", 3) == 0) {
-                text = found;
-                type = static_cast<ft_t>(answer);
-            }
-        } else {
-            text = kBehaviour == Behaviour::Decline ? declined : VX_TEST_NAME ": failing";
-        }
+        const bool mine = kBehaviour == Behaviour::Recognise && buffer && buffer->sizeOfMB() >= 3
+                          && std::memcmp(buffer->constData(), "XLS", 3) == 0;
+        const char *const text = kBehaviour == Behaviour::Recognise ? (mine ? found : nullptr)
+                                 : kBehaviour == Behaviour::Decline ? declined : VX_TEST_NAME ": failing";
         if (reason && text)
             *reason = text;
         if (kBehaviour == Behaviour::Throw || kBehaviour == Behaviour::ThrowOnRegister)
             throw std::runtime_error(VX_TEST_NAME ": buffer question failed");
-        return type;
+        return mine ? static_cast<ft_t>(answer) : ft_unknown;
     }
 
     AnalysisGroupIdMap_t m_groups;
