@@ -124,26 +124,22 @@ public:
     ft_t getFileTypeFromFileInMemory(MemoryBuffer *, const char **) override { return ft_unknown; }
     UCPDocument *getUCPDocumentInterface() override { return new BDDLDocument(m_root.get()); }
 
-#ifdef VX_TEST_IMAGE_CAMERA
     VX2_RetStatus writeOutputBuffer() override
     {
+#ifdef VX_TEST_IMAGE_CAMERA
         static const char kOutput[] = VX_TEST_IMAGE_OUTPUT;
         m_context.m_outputBuffer->putRawBytes(kOutput, sizeof kOutput - 1);
+#else
+        m_context.m_outputBuffer->putRawBytes(m_context.m_inputBuffer->constData(), m_context.m_inputBuffer->sizeOfMB());
+#endif
         return 0;
     }
     VX2_RetStatus runCamera() override
     {
+#ifdef VX_TEST_IMAGE_CAMERA
         writeOutputBuffer();
         return VX_TEST_IMAGE_STATUS;
-    }
 #else
-    VX2_RetStatus writeOutputBuffer() override
-    {
-        m_context.m_outputBuffer->putRawBytes(m_context.m_inputBuffer->constData(), m_context.m_inputBuffer->sizeOfMB());
-        return 0;
-    }
-    VX2_RetStatus runCamera() override
-    {
         if (m_context.m_inputBuffer->sizeOfMB() == 0)
             throw std::runtime_error(VX_TEST_NAME ": nothing to run on");
         const ParameterBlock *block = m_context.m_parameterBlock;
@@ -154,8 +150,8 @@ public:
         vx_analyse_group(m_root.get(), 7, seen.toUtf8().constData(), m_context.m_inputBuffer->sizeOfMB());
         writeOutputBuffer();
         return 1;
-    }
 #endif
+    }
 
 private:
     std::unique_ptr<TestRunRoot> m_root;

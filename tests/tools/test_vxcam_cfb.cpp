@@ -74,9 +74,8 @@ TEST(VxcamCfb, NewAddRmMakeFilesTheIndependentReaderReads)
 {
     QTemporaryDir dir;
     const QString file = dir.filePath(QStringLiteral("made.cfb"));
-    const QString big = dir.filePath(QStringLiteral("big.bin"));
-    const QString small = dir.filePath(QStringLiteral("small.bin"));
-    ASSERT_TRUE(writeFile(big, pattern(20000, 1)) && writeFile(small, pattern(300, 2)));
+    const QString big = fileIn(dir, QStringLiteral("big.bin"), pattern(20000, 1));
+    const QString small = fileIn(dir, QStringLiteral("small.bin"), pattern(300, 2));
 
     ASSERT_EQ(cfb({"new", file}).exitCode, 0);
     EXPECT_EQ(verifyWritten(readFile(file), {}), QString());
@@ -97,11 +96,10 @@ TEST(VxcamCfb, NewAddRmMakeFilesTheIndependentReaderReads)
 TEST(VxcamCfb, FailuresAreOneLineAndLeaveFilesAlone)
 {
     QTemporaryDir dir;
-    const QString file = dir.filePath(QStringLiteral("keep.cfb"));
     const QByteArray original = readFile(fixture(QStringLiteral("gsf-mixed.ole")));
-    const QString source = dir.filePath(QStringLiteral("src"));
-    const QString text = dir.filePath(QStringLiteral("text.txt"));
-    ASSERT_TRUE(writeFile(file, original) && writeFile(source, "abc") && writeFile(text, "not a compound file"));
+    const QString file = fileIn(dir, QStringLiteral("keep.cfb"), original);
+    const QString source = fileIn(dir, QStringLiteral("src"), "abc");
+    const QString text = fileIn(dir, QStringLiteral("text.txt"), "not a compound file");
     const QString absent = dir.filePath(QStringLiteral("absent"));
     const struct { QStringList arguments; int exitCode; const char *message; } cases[] = {
         {{"cat", file, "/missing"}, 1, "no stream /missing"},
@@ -120,7 +118,7 @@ TEST(VxcamCfb, FailuresAreOneLineAndLeaveFilesAlone)
         const VxcamRun run = cfb(c.arguments);
         const QString what = c.arguments.join(QLatin1Char(' '));
         EXPECT_EQ(run.exitCode, c.exitCode) << qPrintable(what);
-        EXPECT_TRUE(run.err.contains(c.message) && run.errLines().size() == 1) << qPrintable(what) << ": " << run.err.constData();
+        EXPECT_TRUE(run.err.contains(c.message) && run.oneErrorLine()) << qPrintable(what) << ": " << run.err.constData();
         EXPECT_TRUE(readFile(file) == original && readFile(text) == "not a compound file") << qPrintable(what) << " changed a file";
     }
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 3) << "no temporary file is left";

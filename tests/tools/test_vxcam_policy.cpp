@@ -40,7 +40,7 @@ TEST(VxcamPolicy, BadInputGivesOneClearLine)
     for (const auto &c : cases) {
         const VxcamRun run = runVxcam({"policy", c.path});
         EXPECT_EQ(run.exitCode, 1) << c.message;
-        EXPECT_TRUE(run.errLines().size() == 1 && run.err.contains(c.message) && run.err.contains(c.path.toUtf8()))
+        EXPECT_TRUE(run.oneErrorLine() && run.err.contains(c.message) && run.err.contains(c.path.toUtf8()))
             << run.err.constData();
     }
 }

@@ -25,12 +25,8 @@ struct VxcamRun
                 objects << QJsonDocument::fromJson(line).object();
         return objects;
     }
-    QList<QByteArray> errLines() const
-    {
-        QList<QByteArray> lines = err.split('\n');
-        lines.removeAll(QByteArray());
-        return lines;
-    }
+    // Whether standard error is exactly one line.
+    bool oneErrorLine() const { return err.endsWith('\n') && err.count('\n') == 1; }
 };
 
 inline VxcamRun runVxcam(const QStringList &arguments)
