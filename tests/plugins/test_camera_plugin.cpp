@@ -1,23 +1,20 @@
-// A camera plug-in for the pool's tests, built into several modules set by
-// compile definitions (see CMakeLists.txt for the modules):
-//   VX_TEST_NAME        prefix of the reason texts, so a test sees who answered
-//   VX_TEST_IID         identifier in the metadata (default: the camera interface's)
-//   VX_TEST_REGISTERED  the type registered with the pool
-//   VX_TEST_BEHAVIOUR   Recognise: VX_TEST_ANSWER for the extension "xls", VX_TEST_ANSWER /
-//                         VX_TEST_SUBTYPE for buffers starting "XLS", else 0 and no reason
-//                       Decline: 0 to everything, with a reason; Throw: sets a reason, then
-//                         throws from every question; ThrowOnRegister: throws when registered
-//   VX_TEST_ID          message ids ID*1000 + key length (+500 for sanitisation); groups
-//                       1, 2 are ID*1000 + 1, + 2; group 0 counts initialiseIDLookups calls
-//   VX_TEST_UNRESOLVED  refers to a symbol nobody defines, so the module cannot load
-//   VX_TEST_ECHO_MESSAGES  message ids are the number the key spells ("5" gives 5, else 0)
-//   VX_TEST_GROUPS      group ids as "item=group,item=group"; other items answer 0
-//   VX_TEST_CAMERA      a camera copying input to output that records "type=<root's type>
-//                       session=<yes|no> block=<camera name>" (input size) in group 7
-//                       and answers 1; an empty input makes it throw
-//   VX_TEST_IMAGE_CAMERA   an image camera recording "image=<input> stream=<stream name>"
-//                       in group 7 when initialised; it writes VX_TEST_IMAGE_OUTPUT and
-//                       answers VX_TEST_IMAGE_STATUS
+// A camera plug-in for the pool's tests; compile definitions make each module:
+//   VX_TEST_NAME: prefix of reason texts; VX_TEST_IID: metadata identifier (default: the
+//     camera interface's); VX_TEST_REGISTERED: the type registered with the pool
+//   VX_TEST_BEHAVIOUR: Recognise answers VX_TEST_ANSWER for the extension "xls" and
+//     VX_TEST_ANSWER / VX_TEST_SUBTYPE for buffers starting "XLS", else 0 and no reason;
+//     Decline answers 0 with a reason; Throw sets a reason, then throws from every question;
+//     ThrowOnRegister throws when asked for its registered type
+//   VX_TEST_ID: message ids ID*1000 + key length (+500 for sanitisation); groups 1, 2 are
+//     ID*1000 + 1, + 2; group 0 counts initialiseIDLookups calls
+//   VX_TEST_UNRESOLVED: refers to a symbol nobody defines, so the module cannot load
+//   VX_TEST_ECHO_MESSAGES: message ids are the number the key spells ("5" gives 5, else 0)
+//   VX_TEST_GROUPS: group ids as "item=group,item=group"; other items answer 0
+//   VX_TEST_CAMERA: a camera copying input to output that records "type=<root's type>
+//     session=<yes|no> block=<camera name>" (input size) in group 7 and answers 1; it
+//     throws on an empty input
+//   VX_TEST_IMAGE_CAMERA: an image camera recording "image=<input> stream=<stream name>" in
+//     group 7 when initialised; it writes VX_TEST_IMAGE_OUTPUT, answers VX_TEST_IMAGE_STATUS
 
 #include "buffers/MemoryBuffer.h"
 #include "cameras/camera_interfaces.h"
