@@ -98,12 +98,14 @@ TEST_F(FileIdentifierCamera, WholeRunRecordsTheFileAndWritesOnlyACheckedRoot)
 
     EXPECT_EQ(m_camera->writeOutputBuffer(), 0);
     EXPECT_EQ(m_output.sizeOfMB(), 0u) << "nothing is written for an unchecked root";
-    EXPECT_EQ(testcamera::recordsOf(m_analysis), (QStringList{QStringLiteral("content 0 FileIdentifier|10"), kRefusal}));
+    EXPECT_EQ(testcamera::recordsOf(m_analysis),
+              (QStringList{QStringLiteral("content 0 FileIdentifier|10"), kRefusal}));
 
     m_output.putRawBytes("head:", 5);
     root->m_processStatus = 0x84;
     EXPECT_EQ(m_camera->writeOutputBuffer(), 0);
-    EXPECT_EQ(QByteArray(reinterpret_cast<const char *>(m_output.constData()), int(m_output.sizeOfMB())), "head:" + kTenBytes)
+    EXPECT_EQ(QByteArray(reinterpret_cast<const char *>(m_output.constData()), int(m_output.sizeOfMB())),
+              "head:" + kTenBytes)
         << "a checked root writes exactly its bytes at the cursor";
     EXPECT_EQ(testcamera::recordsOf(m_analysis).size(), 2) << "and is not refused";
     EXPECT_EQ(m_camera->deinitialiseCamera(), 0);
@@ -164,7 +166,8 @@ TEST_F(FileIdentifierCamera, FactoryTokensAndTreeOfOneRootWithOneByteArray)
     EXPECT_EQ(rootData(imported), QByteArrayLiteral("imported"));
 
     std::string alpha = "alpha", beta = "beta";
-    EXPECT_TRUE(ctx->m_stringToToken(&alpha) == 1 && ctx->m_stringToToken(&beta) == 2 && ctx->m_stringToToken(&alpha) == 1)
+    EXPECT_TRUE(ctx->m_stringToToken(&alpha) == 1 && ctx->m_stringToToken(&beta) == 2
+                && ctx->m_stringToToken(&alpha) == 1)
         << "tokens count from one in first-seen order";
     EXPECT_EQ(ctx->m_tokenToString(2), "beta");
 }

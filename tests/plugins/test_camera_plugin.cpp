@@ -101,9 +101,9 @@ public:
         m_root->setContext(&m_context);
         *root = m_root.get();
 #ifdef VX_TEST_IMAGE_CAMERA
+        const QByteArray bytes(reinterpret_cast<const char *>(input->constData()), int(input->sizeOfMB()));
         const QString seen = QStringLiteral("image=%1 stream=%2")
-                                 .arg(QString::fromLatin1(reinterpret_cast<const char *>(input->constData()), int(input->sizeOfMB())),
-                                      QString::fromStdString(input->m_streamName));
+                                 .arg(QString::fromLatin1(bytes), QString::fromStdString(input->m_streamName));
         vx_analyse_group(m_root.get(), 7, seen.toUtf8().constData(), input->sizeOfMB());
 #endif
         return 0;
@@ -127,7 +127,8 @@ public:
         static const char kOutput[] = VX_TEST_IMAGE_OUTPUT;
         m_context.m_outputBuffer->putRawBytes(kOutput, sizeof kOutput - 1);
 #else
-        m_context.m_outputBuffer->putRawBytes(m_context.m_inputBuffer->constData(), m_context.m_inputBuffer->sizeOfMB());
+        const MemoryBuffer *const input = m_context.m_inputBuffer;
+        m_context.m_outputBuffer->putRawBytes(input->constData(), input->sizeOfMB());
 #endif
         return 0;
     }

@@ -45,7 +45,7 @@ TEST(VxcamCfb, ListingsMatchTheIndependentReader)
         "\n  docs/\n(    .*\n)*    small4095\\.bin +4095\n")))) << qPrintable(mixed);
     const QString word = QString::fromUtf8(cfb({"ls", fixture(QStringLiteral("writer.doc"))}).out);
     EXPECT_TRUE(word.contains(QStringLiteral("\\x01CompObj"))) << qPrintable(word);
-    EXPECT_TRUE(word.section(QLatin1Char('\n'), 0, 0).endsWith(QStringLiteral("{00020906-0000-0000-c000-000000000046}")));
+    EXPECT_TRUE(word.section(QLatin1Char('\n'), 0, 0).endsWith("{00020906-0000-0000-c000-000000000046}"));
 }
 
 TEST(VxcamCfb, CatWritesTheStreamBytesAndInfoTheHeader)
@@ -53,7 +53,8 @@ TEST(VxcamCfb, CatWritesTheStreamBytesAndInfoTheHeader)
     const QString file = fixture(QStringLiteral("writer.doc"));
     const Listing theirs = olefileListing(file);
     ASSERT_FALSE(theirs.contains(QStringLiteral("!error"))) << qPrintable(theirs.value(QStringLiteral("!error")));
-    const char *const paths[][2] = {{"/WordDocument", "/WordDocument"}, {"1Table", "/1Table"}, {"/\\x01CompObj", "/\x01" "CompObj"}};
+    const char *const paths[][2] = {{"/WordDocument", "/WordDocument"}, {"1Table", "/1Table"},
+                                    {"/\\x01CompObj", "/\x01" "CompObj"}};
     for (const auto &path : paths) {
         const VxcamRun run = cfb({"cat", file, QLatin1String(path[0])});
         ASSERT_EQ(run.exitCode, 0) << path[0] << ": " << run.err.constData();
@@ -65,7 +66,7 @@ TEST(VxcamCfb, CatWritesTheStreamBytesAndInfoTheHeader)
               "  num_bat 1, dirent_start 15, sbat_start 2, num_sbat 1, mbat_start 4294967294, num_mbat 0\n"
               "  directory entries 8 (1 unused), BAT entries 128 (112 free), SBAT entries 128 (37 free)\n"
               "  sub-type: 17 (ft_doc) by class identifier\n");
-    const QJsonObject json = QJsonDocument::fromJson(cfb({"info", fixture(QStringLiteral("calc.xls"))}, true).out).object();
+    const QJsonObject json = QJsonDocument::fromJson(cfb({"info", fixture("calc.xls")}, true).out).object();
     EXPECT_TRUE(json.value(QStringLiteral("cfb_subtype")) == 21 && json.value(QStringLiteral("sector_size")) == 512)
         << QJsonDocument(json).toJson().constData();
 }
@@ -79,7 +80,8 @@ TEST(VxcamCfb, NewAddRmMakeFilesTheIndependentReaderReads)
 
     ASSERT_EQ(cfb({"new", file}).exitCode, 0);
     EXPECT_EQ(verifyWritten(readFile(file), {}), QString());
-    const QStringList changes[] = {{"add", file, "/data/big", big}, {"add", file, "notes", small}, {"add", file, "/gone", small}};
+    const QStringList changes[] = {{"add", file, "/data/big", big}, {"add", file, "notes", small},
+                                   {"add", file, "/gone", small}};
     for (const QStringList &change : changes)
         ASSERT_EQ(cfb(change).exitCode, 0) << qPrintable(change.join(QLatin1Char(' ')));
     // Replacing a longer stream leaves exactly the new bytes.
@@ -118,8 +120,9 @@ TEST(VxcamCfb, FailuresAreOneLineAndLeaveFilesAlone)
         const VxcamRun run = cfb(c.arguments);
         const QString what = c.arguments.join(QLatin1Char(' '));
         EXPECT_EQ(run.exitCode, c.exitCode) << qPrintable(what);
-        EXPECT_TRUE(run.err.contains(c.message) && run.oneErrorLine()) << qPrintable(what) << ": " << run.err.constData();
-        EXPECT_TRUE(readFile(file) == original && readFile(text) == "not a compound file") << qPrintable(what) << " changed a file";
+        EXPECT_TRUE(run.err.contains(c.message) && run.oneErrorLine()) << qPrintable(what) << ": " << run.err.data();
+        EXPECT_TRUE(readFile(file) == original && readFile(text) == "not a compound file")
+            << qPrintable(what) << " changed a file";
     }
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 3) << "no temporary file is left";
 }

@@ -22,7 +22,8 @@ void expectObjects(const VxcamRun &run, const QList<QPair<QString, const char *>
         const QJsonObject want = QJsonDocument::fromJson(file.second).object(), got = byPath.value(file.first);
         ASSERT_FALSE(want.isEmpty()) << file.second;
         for (auto key = want.begin(); key != want.end(); ++key)
-            EXPECT_TRUE(got.value(key.key()) == key.value()) << file.first.toStdString() << ": " << key.key().toStdString()
+            EXPECT_TRUE(got.value(key.key()) == key.value())
+                << file.first.toStdString() << ": " << key.key().toStdString()
                 << " in " << QJsonDocument(got).toJson(QJsonDocument::Compact).constData();
     }
 }
@@ -39,8 +40,8 @@ TEST(VxcamIdentify, JsonLinesForEveryFileAndErrorsForTheBadOnes)
     const QString missing = dir.filePath(QStringLiteral("absent.zip"));
     const VxcamRun run = runVxcam({"--json", "identify", gzip, missing, dir.path(), text, empty});
     EXPECT_EQ(run.exitCode, 1) << "a file that cannot be read fails the run";
-    EXPECT_EQ(QString::fromUtf8(run.err), "vxcam: " + dir.path() + ": is a directory (use -r to walk it)\nvxcam: " + missing
-              + ": no such file\nvxcam: " + empty + ": File size is 0\n");
+    EXPECT_EQ(QString::fromUtf8(run.err), "vxcam: " + dir.path() + ": is a directory (use -r to walk it)\n"
+              "vxcam: " + missing + ": no such file\nvxcam: " + empty + ": File size is 0\n");
     const QList<QJsonObject> lines = run.jsonLines();
     ASSERT_EQ(lines.size(), 5);
     EXPECT_EQ(lines.value(1).keys(), (QStringList{
@@ -62,11 +63,12 @@ TEST(VxcamIdentify, HumanLinesAndDirectoryWalk)
 {
     QTemporaryDir dir;
     ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("sub")));
-    ASSERT_TRUE(QFile::copy(fixturePath(QStringLiteral("archives/sample.bz2")), dir.filePath(QStringLiteral("sub/d.bz2"))));
+    const QString file = dir.filePath(QStringLiteral("sub/d.bz2"));
+    ASSERT_TRUE(QFile::copy(fixturePath(QStringLiteral("archives/sample.bz2")), file));
     const VxcamRun run = runVxcam({"identify", "-r", dir.path()});
     EXPECT_EQ(run.exitCode, 0) << run.err.constData();
-    EXPECT_EQ(QString::fromUtf8(run.out), dir.filePath(QStringLiteral("sub/d.bz2")) + QStringLiteral(": extension type 0 "
-        "(ft_unknown), camera 0; archive type 258 (ft_bzip2): signature match; identified by the sub-type question as "
+    EXPECT_EQ(QString::fromUtf8(run.out), file + QStringLiteral(": extension type 0 (ft_unknown), camera 0; "
+        "archive type 258 (ft_bzip2): signature match; identified by the sub-type question as "
         "258 (ft_bzip2): signature match [libfileidentifier.so]\n"));
 }
 
@@ -79,23 +81,20 @@ TEST(VxcamIdentify, OnlyThePluginsOfTheDirectoryAreAskedEachQuestionInTurn)
     const QString missing = plugins.filePath(QStringLiteral("missing"));
     const QString gzip = writeTestFile(files, "packed.gz", QByteArray::fromHex("1f8b0800"));
     ASSERT_TRUE(QFile::copy(QStringLiteral(VX_TEST_MODULE_NOT_A_PLUGIN), plugins.filePath(QStringLiteral("plain.so"))));
+    const QString empty = plugins.path();
     for (const auto &c : {qMakePair(missing, QStringLiteral("vxcam: identify: no plug-in directory %1\n").arg(missing)),
-                          qMakePair(plugins.path(), QStringLiteral("vxcam: identify: no camera plug-ins in %1\n").arg(plugins.path()))}) {
+                          qMakePair(empty, QStringLiteral("vxcam: identify: no camera plug-ins in %1\n").arg(empty))}) {
         const VxcamRun run = runVxcam({"--plugins", c.first, "identify", gzip});
         EXPECT_EQ(run.exitCode, 1) << c.second.toStdString();
         EXPECT_EQ(QString::fromUtf8(run.err), c.second);
         EXPECT_TRUE(run.out.isEmpty()) << "no file is reported";
     }
 
-    ASSERT_TRUE(QFile::copy(QStringLiteral(VX_TEST_MODULE_XLS), plugins.filePath(QStringLiteral("xls.so"))));
-    VxcamRun run = runVxcam({"--json", "--plugins", plugins.path(), "identify", gzip});
-    EXPECT_EQ(run.exitCode, 0) << run.err.constData();
-    expectObjects(run, {{gzip, R"({"type":0,"answered_by":"none"})"}});
-
-    ASSERT_TRUE(QFile::copy(QStringLiteral(VX_FILEIDENTIFIER_MODULE), plugins.filePath(QStringLiteral("libfileidentifier.so"))));
+    ASSERT_TRUE(QFile::copy(QStringLiteral(VX_TEST_MODULE_XLS), plugins.filePath(QStringLiteral("xls.so")))
+                && QFile::copy(QStringLiteral(VX_FILEIDENTIFIER_MODULE), plugins.filePath("libfileidentifier.so")));
     const QString sheet = writeTestFile(files, "sheet.bin", "XLS and more");
     const QString named = writeTestFile(files, "named.xls", "plain words");
-    run = runVxcam({"--json", "--plugins", plugins.path(), "identify", sheet, named, gzip});
+    const VxcamRun run = runVxcam({"--json", "--plugins", plugins.path(), "identify", sheet, named, gzip});
     EXPECT_EQ(run.exitCode, 0) << run.err.constData();
     expectObjects(run, {
         {sheet, R"({"answered_by":"main-type","answer":21,"answer_method":"xls: main type","camera":"xls.so"})"},
