@@ -1,27 +1,26 @@
-// A camera plug-in for the pool's tests, built into several modules set by
-// compile definitions:
-//   VX_TEST_NAME        prefix of the reason texts, so a test sees who answered
-//   VX_TEST_IID         identifier in the metadata (default: the camera interface's)
-//   VX_TEST_REGISTERED  the type registered with the pool
-//   VX_TEST_BEHAVIOUR   Recognise: VX_TEST_ANSWER for the extension "xls", VX_TEST_ANSWER /
-//                         VX_TEST_SUBTYPE for buffers starting "XLS", else 0 and no reason
-//                       Decline: 0 to everything, with a reason
-//                       Throw: sets a reason, then throws from every question
-//                       ThrowOnRegister: throws when asked for its registered type
-//   VX_TEST_ID          message ids ID*1000 + key length (+500 for sanitisation); groups
-//                       1, 2 are ID*1000 + 1, + 2; group 0 counts initialiseIDLookups calls
-//   VX_TEST_UNRESOLVED  refers to a symbol nobody defines, so the module cannot load
-//   VX_TEST_ECHO_MESSAGES  message ids are the number the key spells ("5" gives 5, else 0)
-//   VX_TEST_GROUPS      group ids as "item=group,item=group"; other items answer 0
-//   VX_TEST_CAMERA      a camera copying input to output that records "type=<root's type>
-//                       session=<yes|no> block=<camera name>" (input size) in group 7
-//                       and answers 1; an empty input makes it throw
-//   VX_TEST_IMAGE_CAMERA   an image camera recording "image=<input> stream=<stream name>"
-//                       in group 7 when initialised; it writes VX_TEST_IMAGE_OUTPUT and
-//                       answers VX_TEST_IMAGE_STATUS
+// A camera plug-in for the pool's tests; compile definitions make each module:
+//   VX_TEST_NAME: prefix of reason texts; VX_TEST_IID: metadata identifier (default: the
+//     camera interface's); VX_TEST_REGISTERED: the type registered with the pool
+//   VX_TEST_BEHAVIOUR: Recognise answers VX_TEST_ANSWER for the extension "xls" and
+//     VX_TEST_ANSWER / VX_TEST_SUBTYPE for buffers starting "XLS", else 0 and no reason;
+//     Decline answers 0 with a reason; Throw sets a reason, then throws from every question;
+//     ThrowOnRegister throws when asked for its registered type
+//   VX_TEST_ID: message ids ID*1000 + key length (+500 for sanitisation); groups 1, 2 are
+//     ID*1000 + 1, + 2; group 0 counts initialiseIDLookups calls
+//   VX_TEST_UNRESOLVED: refers to a symbol nobody defines, so the module cannot load
+//   VX_TEST_ECHO_MESSAGES: message ids are the number the key spells ("5" gives 5, else 0)
+//   VX_TEST_GROUPS: group ids as "item=group,item=group"; other items answer 0
+//   VX_TEST_CAMERA: a camera copying input to output that records "type=<root's type>
+//     session=<yes|no> block=<camera name>" (input size) in group 7 and answers 1; it
+//     throws on an empty input
+//   VX_TEST_IMAGE_CAMERA: an image camera recording "image=<input> stream=<stream name>" in
+//     group 7 when initialised; it writes VX_TEST_IMAGE_OUTPUT, answers VX_TEST_IMAGE_STATUS
 
 #include "buffers/MemoryBuffer.h"
 #include "cameras/camera_interfaces.h"
+#include "cameras/parameterblock.h"
+#include "ucp/bddldocument.h"
+#include "ucp_engine/BDDLStructBase.h"
 
 #include <QObject>
 #include <QStringList>
@@ -30,12 +29,6 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
-
-#if defined(VX_TEST_CAMERA) || defined(VX_TEST_IMAGE_CAMERA)
-#include "cameras/parameterblock.h"
-#include "ucp/bddldocument.h"
-#include "ucp_engine/BDDLStructBase.h"
-#endif
 
 #ifndef VX_TEST_IID
 #define VX_TEST_IID VXCameraPluginIF_iid
@@ -108,9 +101,9 @@ public:
         m_root->setContext(&m_context);
         *root = m_root.get();
 #ifdef VX_TEST_IMAGE_CAMERA
+        const QByteArray bytes(reinterpret_cast<const char *>(input->constData()), int(input->sizeOfMB()));
         const QString seen = QStringLiteral("image=%1 stream=%2")
-                                 .arg(QString::fromLatin1(reinterpret_cast<const char *>(input->constData()), int(input->sizeOfMB())),
-                                      QString::fromStdString(input->m_streamName));
+                                 .arg(QString::fromLatin1(bytes), QString::fromStdString(input->m_streamName));
         vx_analyse_group(m_root.get(), 7, seen.toUtf8().constData(), input->sizeOfMB());
 #endif
         return 0;
@@ -128,26 +121,23 @@ public:
     ft_t getFileTypeFromFileInMemory(MemoryBuffer *, const char **) override { return ft_unknown; }
     UCPDocument *getUCPDocumentInterface() override { return new BDDLDocument(m_root.get()); }
 
-#ifdef VX_TEST_IMAGE_CAMERA
     VX2_RetStatus writeOutputBuffer() override
     {
+#ifdef VX_TEST_IMAGE_CAMERA
         static const char kOutput[] = VX_TEST_IMAGE_OUTPUT;
         m_context.m_outputBuffer->putRawBytes(kOutput, sizeof kOutput - 1);
+#else
+        const MemoryBuffer *const input = m_context.m_inputBuffer;
+        m_context.m_outputBuffer->putRawBytes(input->constData(), input->sizeOfMB());
+#endif
         return 0;
     }
     VX2_RetStatus runCamera() override
     {
+#ifdef VX_TEST_IMAGE_CAMERA
         writeOutputBuffer();
         return VX_TEST_IMAGE_STATUS;
-    }
 #else
-    VX2_RetStatus writeOutputBuffer() override
-    {
-        m_context.m_outputBuffer->putRawBytes(m_context.m_inputBuffer->constData(), m_context.m_inputBuffer->sizeOfMB());
-        return 0;
-    }
-    VX2_RetStatus runCamera() override
-    {
         if (m_context.m_inputBuffer->sizeOfMB() == 0)
             throw std::runtime_error(VX_TEST_NAME ": nothing to run on");
         const ParameterBlock *block = m_context.m_parameterBlock;
@@ -158,8 +148,8 @@ public:
         vx_analyse_group(m_root.get(), 7, seen.toUtf8().constData(), m_context.m_inputBuffer->sizeOfMB());
         writeOutputBuffer();
         return 1;
-    }
 #endif
+    }
 
 private:
     std::unique_ptr<TestRunRoot> m_root;
@@ -229,21 +219,15 @@ private:
     static ft_t identify(const MemoryBuffer *buffer, const char **reason, int answer, const char *found,
                          const char *declined)
     {
-        const char *text = nullptr;
-        ft_t type = ft_unknown;
-        if (kBehaviour == Behaviour::Recognise) {
-            if (buffer && buffer->sizeOfMB() >= 3 && std::memcmp(buffer->constData(), "XLS", 3) == 0) {
-                text = found;
-                type = static_cast<ft_t>(answer);
-            }
-        } else {
-            text = kBehaviour == Behaviour::Decline ? declined : VX_TEST_NAME ": failing";
-        }
+        const bool mine = kBehaviour == Behaviour::Recognise && buffer && buffer->sizeOfMB() >= 3
+                          && std::memcmp(buffer->constData(), "XLS", 3) == 0;
+        const char *const text = kBehaviour == Behaviour::Recognise ? (mine ? found : nullptr)
+                                 : kBehaviour == Behaviour::Decline ? declined : VX_TEST_NAME ": failing";
         if (reason && text)
             *reason = text;
         if (kBehaviour == Behaviour::Throw || kBehaviour == Behaviour::ThrowOnRegister)
             throw std::runtime_error(VX_TEST_NAME ": buffer question failed");
-        return type;
+        return mine ? static_cast<ft_t>(answer) : ft_unknown;
     }
 
     AnalysisGroupIdMap_t m_groups;

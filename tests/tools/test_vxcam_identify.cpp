@@ -5,15 +5,12 @@
 #include <QDir>
 #include <QHash>
 #include <QPair>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-namespace {
+// The command's own job: arguments, output forms, exit status and error lines.
+// What the answers are is the identification library's tests' business.
 
-QString archive(const char *name)
-{
-    return fixturePath(QStringLiteral("archives/") + QLatin1String(name));
-}
+namespace {
 
 // Each file's object must hold every key of its expected object, with that value.
 void expectObjects(const VxcamRun &run, const QList<QPair<QString, const char *>> &expected)
@@ -25,7 +22,8 @@ void expectObjects(const VxcamRun &run, const QList<QPair<QString, const char *>
         const QJsonObject want = QJsonDocument::fromJson(file.second).object(), got = byPath.value(file.first);
         ASSERT_FALSE(want.isEmpty()) << file.second;
         for (auto key = want.begin(); key != want.end(); ++key)
-            EXPECT_TRUE(got.value(key.key()) == key.value()) << file.first.toStdString() << ": " << key.key().toStdString()
+            EXPECT_TRUE(got.value(key.key()) == key.value())
+                << file.first.toStdString() << ": " << key.key().toStdString()
                 << " in " << QJsonDocument(got).toJson(QJsonDocument::Compact).constData();
     }
 }
@@ -36,27 +34,25 @@ void expectObjects(const VxcamRun &run, const QList<QPair<QString, const char *>
 TEST(VxcamIdentify, JsonLinesForEveryFileAndErrorsForTheBadOnes)
 {
     QTemporaryDir dir;
+    const QString gzip = fixturePath(QStringLiteral("archives/sample.gz"));
     const QString text = writeTestFile(dir, "notes.txt", "just some words\n");
     const QString empty = writeTestFile(dir, "empty.bin", QByteArray());
     const QString missing = dir.filePath(QStringLiteral("absent.zip"));
-    const QString doc = fixturePath(QStringLiteral("cfb/writer.doc"));
-    const VxcamRun run = runVxcam({"--json", "identify", archive("sample.docx"), missing, archive("sample.gz"), dir.path(),
-                                   text, empty, doc});
+    const VxcamRun run = runVxcam({"--json", "identify", gzip, missing, dir.path(), text, empty});
     EXPECT_EQ(run.exitCode, 1) << "a file that cannot be read fails the run";
-    EXPECT_EQ(run.errLines(), (QList<QByteArray>{"vxcam: " + dir.path().toUtf8() + ": is a directory (use -r to walk it)",
-                                                 "vxcam: " + missing.toUtf8() + ": no such file",
-                                                 "vxcam: " + empty.toUtf8() + ": File size is 0"}));
-    ASSERT_EQ(run.jsonLines().size(), 7);
-    // type and method: the plug-ins' sub-type answer; answered_by, answer and
-    // camera: the first question answered, the registry's extension last.
+    EXPECT_EQ(QString::fromUtf8(run.err), "vxcam: " + dir.path() + ": is a directory (use -r to walk it)\n"
+              "vxcam: " + missing + ": no such file\nvxcam: " + empty + ": File size is 0\n");
+    const QList<QJsonObject> lines = run.jsonLines();
+    ASSERT_EQ(lines.size(), 5);
+    EXPECT_EQ(lines.value(1).keys(), (QStringList{
+        "answer", "answer_method", "answer_name", "answered_by", "camera", "camera_id", "cfb_method", "cfb_subtype",
+        "cfb_subtype_name", "description", "extension", "extension_type", "extension_type_name", "main_method",
+        "main_type", "main_type_name", "method", "opc_subtype", "opc_subtype_name", "path", "plugin_extension_type",
+        "type", "type_name"})) << "the first file's object, after the directory's error";
     expectObjects(run, {
-        {archive("sample.docx"), R"({"type":0,"type_name":"ft_unknown","method":"structure match","opc_subtype":18,
-            "extension_type":18,"cfb_subtype":0,"cfb_method":"","answered_by":"extension","answer":18,
-            "answer_method":"file-type registry","camera":"","main_type":0})"},
-        {archive("sample.gz"), R"({"type":257,"type_name":"ft_gzip","method":"signature match","answered_by":"sub-type",
+        {gzip, R"({"type":257,"type_name":"ft_gzip","method":"signature match","answered_by":"sub-type",
             "answer":257,"answer_method":"signature match","camera":"libfileidentifier.so"})"},
-        {text, R"({"type":0,"method":"Reason unknown","extension_type":0,"answered_by":"none","answer":0,"camera":""})"},
-        {doc, R"({"extension_type":17,"cfb_subtype":17,"cfb_method":"class identifier","answered_by":"extension"})"},
+        {text, R"({"type":0,"answered_by":"none","answer":0,"camera":""})"},
         {missing, R"({"error":"no such file"})"},
         {dir.path(), R"j({"error":"is a directory (use -r to walk it)"})j"},
         {empty, R"({"error":"File size is 0"})"},
@@ -67,20 +63,13 @@ TEST(VxcamIdentify, HumanLinesAndDirectoryWalk)
 {
     QTemporaryDir dir;
     ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("sub")));
-    ASSERT_TRUE(QFile::copy(archive("sample.xlsx"), dir.filePath(QStringLiteral("sub/book.xlsx"))));
-    ASSERT_TRUE(QFile::copy(archive("sample.bz2"), dir.filePath(QStringLiteral("data.bz2"))));
-
+    const QString file = dir.filePath(QStringLiteral("sub/d.bz2"));
+    ASSERT_TRUE(QFile::copy(fixturePath(QStringLiteral("archives/sample.bz2")), file));
     const VxcamRun run = runVxcam({"identify", "-r", dir.path()});
     EXPECT_EQ(run.exitCode, 0) << run.err.constData();
-    const QStringList lines = QString::fromUtf8(run.out).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    ASSERT_EQ(lines.size(), 2) << run.out.constData();
-    EXPECT_EQ(lines[0], dir.filePath(QStringLiteral("data.bz2")) + QStringLiteral(": extension type 0 (ft_unknown), camera 0; "
-        "archive type 258 (ft_bzip2): signature match; identified by the sub-type question as 258 (ft_bzip2): "
-        "signature match [libfileidentifier.so]"));
-    for (const char *part : {"/sub/book.xlsx: extension type 22 (ft_xlsx)",
-                             "; archive type 0 (ft_unknown): structure match; Office Open XML 22 (ft_xlsx)",
-                             "; identified by the extension question as 22 (ft_xlsx): file-type registry"})
-        EXPECT_TRUE(lines[1].contains(QLatin1String(part))) << part << " in\n" << lines[1].toStdString();
+    EXPECT_EQ(QString::fromUtf8(run.out), file + QStringLiteral(": extension type 0 (ft_unknown), camera 0; "
+        "archive type 258 (ft_bzip2): signature match; identified by the sub-type question as "
+        "258 (ft_bzip2): signature match [libfileidentifier.so]\n"));
 }
 
 // Plug-in directories of the test's own. The xls test camera of tests/plugins
@@ -92,31 +81,24 @@ TEST(VxcamIdentify, OnlyThePluginsOfTheDirectoryAreAskedEachQuestionInTurn)
     const QString missing = plugins.filePath(QStringLiteral("missing"));
     const QString gzip = writeTestFile(files, "packed.gz", QByteArray::fromHex("1f8b0800"));
     ASSERT_TRUE(QFile::copy(QStringLiteral(VX_TEST_MODULE_NOT_A_PLUGIN), plugins.filePath(QStringLiteral("plain.so"))));
+    const QString empty = plugins.path();
     for (const auto &c : {qMakePair(missing, QStringLiteral("vxcam: identify: no plug-in directory %1\n").arg(missing)),
-                          qMakePair(plugins.path(), QStringLiteral("vxcam: identify: no camera plug-ins in %1\n").arg(plugins.path()))}) {
+                          qMakePair(empty, QStringLiteral("vxcam: identify: no camera plug-ins in %1\n").arg(empty))}) {
         const VxcamRun run = runVxcam({"--plugins", c.first, "identify", gzip});
         EXPECT_EQ(run.exitCode, 1) << c.second.toStdString();
         EXPECT_EQ(QString::fromUtf8(run.err), c.second);
         EXPECT_TRUE(run.out.isEmpty()) << "no file is reported";
     }
 
-    ASSERT_TRUE(QFile::copy(QStringLiteral(VX_TEST_MODULE_XLS), plugins.filePath(QStringLiteral("xls.so"))));
-    VxcamRun run = runVxcam({"--json", "--plugins", plugins.path(), "identify", gzip});
-    EXPECT_EQ(run.exitCode, 0) << run.err.constData();
-    expectObjects(run, {{gzip, R"({"type":0,"answered_by":"none"})"}});
-
-    ASSERT_TRUE(QFile::copy(QStringLiteral(VX_FILEIDENTIFIER_MODULE), plugins.filePath(QStringLiteral("libfileidentifier.so"))));
+    ASSERT_TRUE(QFile::copy(QStringLiteral(VX_TEST_MODULE_XLS), plugins.filePath(QStringLiteral("xls.so")))
+                && QFile::copy(QStringLiteral(VX_FILEIDENTIFIER_MODULE), plugins.filePath("libfileidentifier.so")));
     const QString sheet = writeTestFile(files, "sheet.bin", "XLS and more");
     const QString named = writeTestFile(files, "named.xls", "plain words");
-    const QString upper = writeTestFile(files, "DATA.FI", "plain words");
-    run = runVxcam({"--json", "--plugins", plugins.path(), "identify", sheet, named, upper, gzip});
+    const VxcamRun run = runVxcam({"--json", "--plugins", plugins.path(), "identify", sheet, named, gzip});
     EXPECT_EQ(run.exitCode, 0) << run.err.constData();
     expectObjects(run, {
-        {sheet, R"({"answered_by":"main-type","answer":21,"answer_method":"xls: main type","camera":"xls.so",
-            "type":780,"main_type":21})"},
-        {named, R"({"answered_by":"extension","answer":21,"answer_method":"extension","camera":"xls.so","type":0,
-            "plugin_extension_type":21})"},
-        {upper, R"({"answered_by":"extension","answer":783,"answer_method":"extension","camera":"libfileidentifier.so"})"},
-        {gzip, R"({"answered_by":"sub-type","answer":257,"camera":"libfileidentifier.so","type":257})"},
+        {sheet, R"({"answered_by":"main-type","answer":21,"answer_method":"xls: main type","camera":"xls.so"})"},
+        {named, R"({"answered_by":"extension","answer":21,"camera":"xls.so","plugin_extension_type":21})"},
+        {gzip, R"({"answered_by":"sub-type","answer":257,"camera":"libfileidentifier.so"})"},
     });
 }

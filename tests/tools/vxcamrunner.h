@@ -17,7 +17,6 @@ struct VxcamRun
     QByteArray out;
     QByteArray err;
 
-    // Standard output as JSON Lines.
     QList<QJsonObject> jsonLines() const
     {
         QList<QJsonObject> objects;
@@ -26,12 +25,8 @@ struct VxcamRun
                 objects << QJsonDocument::fromJson(line).object();
         return objects;
     }
-    QList<QByteArray> errLines() const
-    {
-        QList<QByteArray> lines = err.split('\n');
-        lines.removeAll(QByteArray());
-        return lines;
-    }
+    // Whether standard error is exactly one line.
+    bool oneErrorLine() const { return err.endsWith('\n') && err.count('\n') == 1; }
 };
 
 inline VxcamRun runVxcam(const QStringList &arguments)
@@ -39,10 +34,9 @@ inline VxcamRun runVxcam(const QStringList &arguments)
     QProcess process;
     process.start(QStringLiteral(VXCAM_PATH), arguments);
     VxcamRun run;
-    if (!process.waitForFinished(60000))
-        process.kill();
-    else if (process.exitStatus() == QProcess::NormalExit)
+    if (process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit)
         run.exitCode = process.exitCode();
+    process.kill();
     process.waitForFinished();
     run.out = process.readAllStandardOutput();
     run.err = process.readAllStandardError();
