@@ -1375,8 +1375,11 @@ void StorageIO::flush()
                 writeU32(sector.data() + 116, root.start);
                 writeU32(sector.data() + 120, root.size);
             }
+            // The whole sector, not just its entries: a directory sector may be
+            // a reused one, and old bytes after the last entry would read back
+            // as damaged entries.
             if (used > 0)
-                saveSector(chain[position], sector.data(), used);
+                saveSector(chain[position], sector.data(), bs);
         }
         m_dirtree.clearDirty();
     }

@@ -35,6 +35,12 @@ inline bool writeFile(const QString &path, const QByteArray &data)
     return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
 }
 
+inline QString fileIn(const QTemporaryDir &dir, const QString &name, const QByteArray &data)
+{
+    const QString path = dir.filePath(name);
+    return writeFile(path, data) ? path : QString();
+}
+
 inline QByteArray toBytes(const MemoryBuffer &buffer)
 {
     return QByteArray(reinterpret_cast<const char *>(buffer.constData()), int(buffer.sizeOfMB()));

@@ -180,6 +180,17 @@ TEST(PoleWrite, GrowingPast109TableSectorsAddsTheMetaTable)
     EXPECT_EQ(verifyWritten(reopened.bytes(), {{"/small", small}, {"/after", after}}), QString());
 }
 
+TEST(PoleWrite, ADirectoryGrownIntoAFreedSectorKeepsNoOldBytes)
+{
+    // The directory's first sector is full (root and three entries); the freed
+    // sectors of a big stream of 0xFF bytes are what it grows into next.
+    File f;
+    ASSERT_TRUE(f.add("/a", "1") && f.add("/b", "2") && f.add("/old", QByteArray(8192, '\xff')));
+    ASSERT_TRUE(f.storage.deleteByName("/old"));
+    ASSERT_TRUE(f.add("/c", "3") && f.add("/d", "4"));
+    EXPECT_EQ(verifyWritten(f.bytes(), {{"/a", "1"}, {"/b", "2"}, {"/c", "3"}, {"/d", "4"}}), QString());
+}
+
 TEST(PoleWrite, FilesOfOtherWritersChangedByUs)
 {
     const QByteArray sectors4096 =
@@ -218,9 +229,9 @@ TEST(PoleWrite, FilesOfOtherWritersChangedByUs)
             put(added.first, added.second);
         }
         expected.insert("/Added", storageEntry());
-        // Only the independent reader here: a directory grown into a reused
-        // sector keeps that sector's old bytes after its last entry, which our
-        // own reader rejects as bad name lengths.
         EXPECT_EQ(difference(expected, olefileListingOf(f.bytes())), QString());
+        Cfb reopened(f.bytes());
+        ASSERT_TRUE(reopened.storage.open()) << "result " << reopened.storage.result();
+        EXPECT_EQ(difference(poleListing(reopened), expected), QString()) << "reopened by us";
     }
 }
