@@ -278,14 +278,18 @@ std::unique_ptr<Camera_Pool> loadPool(const QString &directory, Reporter &report
 int runIdentify(CommandContext &context)
 {
     Reporter &reporter = context.reporter;
-    if (context.args.isEmpty()) {
+    CommandArgs args(context.args);
+    const QStringList paths = args.operands();
+    if (!args.ok())
+        return usageError(context, "identify", args.error());
+    if (paths.isEmpty()) {
         reporter.error(QStringLiteral("identify"), QStringLiteral("no files given"));
         return 1;
     }
     const std::unique_ptr<Camera_Pool> pool = loadPool(context.pluginDir, reporter);
     if (pool == nullptr)
         return 1;
-    const QStringList files = collectFiles(context.args, context.recursive, reporter);
+    const QStringList files = collectFiles(paths, context.recursive, reporter);
     const FileType registry;
     const Identifier identifier(registry, *pool);
     MemoryBuffer buffer;

@@ -27,7 +27,8 @@ const Command *findCommand(const QString &name)
 
 void printHelp()
 {
-    std::fputs("usage: vxcam [--json] [--plugins DIR] [--verbose] COMMAND [ARGS...]\n\n"
+    std::fputs("usage: vxcam [--json] [--plugins DIR] [--verbose] COMMAND [ARGS...]\n"
+               "       vxcam help COMMAND\n\n"
                "commands:\n",
                stdout);
     for (const Command &command : commands())
@@ -39,6 +40,18 @@ void printHelp()
                "  --verbose       show the framework's diagnostic log on standard error\n"
                "  -h, --help      this text\n",
                stdout);
+}
+
+void printCommandHelp(const Command &command)
+{
+    std::printf("usage: vxcam %s\n\n%s\n", command.synopsis, command.summary);
+    if (command.help != nullptr)
+        std::printf("\n%s", command.help);
+}
+
+bool isHelp(const QString &arg)
+{
+    return arg == QLatin1String("-h") || arg == QLatin1String("--help");
 }
 
 // The framework logs diagnostics to Qt's debug stream; a command-line user
@@ -67,21 +80,96 @@ CommandRegistrar::CommandRegistrar(const Command &command)
     all.insert(at, command);
 }
 
+namespace {
+bool matches(const QString &arg, std::initializer_list<const char *> names)
+{
+    return std::any_of(names.begin(), names.end(), [&arg](const char *name) { return arg == QLatin1String(name); });
+}
+} // namespace
+
+bool CommandArgs::takeFlag(std::initializer_list<const char *> names)
+{
+    bool found = false;
+    const int end = m_args.indexOf(QStringLiteral("--"));
+    for (int i = (end < 0 ? m_args.size() : end) - 1; i >= 0; --i) {
+        if (matches(m_args.at(i), names)) {
+            m_args.removeAt(i);
+            found = true;
+        }
+    }
+    return found;
+}
+
+bool CommandArgs::takeValue(std::initializer_list<const char *> names, QString &value)
+{
+    bool found = false;
+    int end = m_args.indexOf(QStringLiteral("--"));
+    for (int i = 0; i < (end < 0 ? m_args.size() : end);) {
+        const QString arg = m_args.at(i);
+        const int equals = arg.startsWith(QLatin1String("--")) ? arg.indexOf(QLatin1Char('=')) : -1;
+        const QString name = equals < 0 ? arg : arg.left(equals);
+        if (!matches(name, names)) {
+            ++i;
+            continue;
+        }
+        if (equals >= 0) {
+            value = arg.mid(equals + 1);
+            m_args.removeAt(i);
+        } else if (i + 1 < m_args.size() && i + 1 != end) {
+            value = m_args.at(i + 1);
+            m_args.erase(m_args.begin() + i, m_args.begin() + i + 2);
+        } else {
+            if (m_error.isEmpty())
+                m_error = QStringLiteral("%1 needs a value").arg(name);
+            m_args.removeAt(i);
+        }
+        found = true;
+        end = m_args.indexOf(QStringLiteral("--"));
+    }
+    return found && ok();
+}
+
+QStringList CommandArgs::operands()
+{
+    QStringList operands;
+    bool optionsEnded = false;
+    for (const QString &arg : qAsConst(m_args)) {
+        if (!optionsEnded && arg == QLatin1String("--")) {
+            optionsEnded = true;
+        } else if (!optionsEnded && arg.startsWith(QLatin1Char('-')) && arg.size() > 1) {
+            if (m_error.isEmpty())
+                m_error = QStringLiteral("unknown option %1").arg(arg);
+        } else {
+            operands << arg;
+        }
+    }
+    return operands;
+}
+
+int usageError(CommandContext &context, const char *command, const QString &message)
+{
+    context.reporter.error(QString::fromLatin1(command),
+                           QStringLiteral("%1 (see vxcam help %2)").arg(message, QString::fromLatin1(command)));
+    return 2;
+}
+
 int main(int argc, char *argv[])
 {
     qInstallMessageHandler(messageHandler);
     QCoreApplication app(argc, argv);
 
+    // Global options may stand before or after the command name; every other
+    // word after the command name belongs to the command.
     QStringList rest;
     bool json = false;
     bool recursive = false;
+    bool help = false;
     QString pluginDir = QStringLiteral(VX_DEFAULT_PLUGIN_DIR);
     const QStringList arguments = app.arguments().mid(1);
     for (int i = 0; i < arguments.size(); ++i) {
         const QString &arg = arguments.at(i);
-        if (arg == QLatin1String("-h") || arg == QLatin1String("--help")) {
-            printHelp();
-            return 0;
+        if (isHelp(arg)) {
+            help = true;
         } else if (arg == QLatin1String("--json")) {
             json = true;
         } else if (arg == QLatin1String("--verbose")) {
@@ -95,9 +183,9 @@ int main(int argc, char *argv[])
             }
             pluginDir = arguments.at(++i);
         } else if (arg == QLatin1String("--")) {
-            rest << arguments.mid(i + 1);
+            rest << arguments.mid(i + (rest.isEmpty() ? 1 : 0));
             break;
-        } else if (arg.startsWith(QLatin1Char('-')) && arg.size() > 1) {
+        } else if (rest.isEmpty() && arg.startsWith(QLatin1Char('-')) && arg.size() > 1) {
             std::fprintf(stderr, "vxcam: unknown option %s (see vxcam --help)\n", qPrintable(arg));
             return 2;
         } else {
@@ -105,14 +193,22 @@ int main(int argc, char *argv[])
         }
     }
 
+    if (!rest.isEmpty() && rest.first() == QLatin1String("help")) {
+        rest.removeFirst();
+        help = true;
+    }
     if (rest.isEmpty()) {
         printHelp();
-        return 2;
+        return help ? 0 : 2;
     }
     const Command *command = findCommand(rest.first());
     if (command == nullptr) {
         std::fprintf(stderr, "vxcam: unknown command %s (see vxcam --help)\n", qPrintable(rest.first()));
         return 2;
+    }
+    if (help) {
+        printCommandHelp(*command);
+        return 0;
     }
 
     Reporter reporter(json);
