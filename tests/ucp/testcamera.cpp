@@ -3,6 +3,7 @@
 #include <QtAlgorithms>
 
 #include <algorithm>
+#include <iterator>
 #include <array>
 #include <type_traits>
 #include <vector>
@@ -80,9 +81,22 @@ TestAll::~TestAll()
 
 BDDSchema *testSchema()
 {
-    static BDDSchema schema{{{itemCount, "count"}, {itemSingle, "single"}, {itemArray, "array"},
-                             {itemFlag, "flag"}, {itemValue, "value"}, {itemLabel, "label"}},
-                            structures, {}};
+    // TestAll's items are named after their value types; TestLeaf's item 7 stays unnamed.
+    static const char *const kAllNames[] = {
+        "sChar",        "short",       "int",          "longLong",        "uChar",        "uShort",
+        "uInt",         "uLongLong",   "char",         "wChar",           "double",       "float",
+        "sCharArray",   "shortArray",  "intArray",     "longLongArray",   "uCharArray",   "uShortArray",
+        "uIntArray",    "uLongLongArray", "charArray", "wCharArray",      "doubleArray",  "floatArray",
+        "structure",    "structureArray", "token",     "whitespace",      "string",       "memoryBuffer"};
+    static_assert(std::size(kAllNames) == vtMemoryBuffer + 1, "one name per value type");
+    static BDDSchema schema = [] {
+        BDDSchema made{{{itemCount, "count"}, {itemSingle, "single"}, {itemArray, "array"},
+                        {itemFlag, "flag"}, {itemValue, "value"}, {itemLabel, "label"}},
+                       structures, {}};
+        for (int code = 0; code <= vtMemoryBuffer; ++code)
+            made.m_itemNames.insert(itemAllBase + code, kAllNames[code]);
+        return made;
+    }();
     return &schema;
 }
 

@@ -4,7 +4,8 @@
 //   TestRoot  (class 1, root)  1 "count" uint, 2 "single" structure, 3 "array" structure array, 4 "flag" uchar
 //   TestLeaf  (class 2)        5 "value" int, 6 "label" string, 7 (no name) double
 //   TestEmpty (class 3)        no items
-//   TestAll   (class 4)        item 100 + c holds field<c>(), for every value type c
+//   TestAll   (class 4)        item 100 + c holds field<c>(), for every value type c, named after it
+//                                ("sChar" ... "memoryBuffer")
 // Classes free the nodes and vectors their fields hold; buffers belong to the pool.
 
 #include "analysis/RepositoryComponents.h"
