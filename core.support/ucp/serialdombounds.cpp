@@ -1,5 +1,7 @@
 #include "ucp/serialdombounds.h"
 
+#include <QDomDocument>
+
 namespace {
 [[maybe_unused]] const char *const NoNameString = "noname";
 }
@@ -9,6 +11,16 @@ namespace SerialDomBounds {
 Budget::Budget(qint64 inputSize, int factor)
     : m_limit(kFloor + uint64_t(inputSize < 0 ? 0 : inputSize) * uint64_t(factor < 0 ? 0 : factor))
 {
+}
+
+void setDomAttribute(QDomElement &element, const QString &name, const QString &value)
+{
+    if (!value.isEmpty()) {
+        element.setAttribute(name, value);
+        return;
+    }
+    QDomAttr attribute = element.ownerDocument().createAttribute(name);
+    element.setAttributeNode(attribute);
 }
 
 } // namespace SerialDomBounds

@@ -250,7 +250,8 @@ struct Record
 struct Attribute
 {
     uint32_t name;
-    ValueRange value;
+    uint32_t length; // of the value as written
+    uint64_t start;
 };
 
 // Reads a text in three steps, so that nothing of the DOM is made for a
@@ -334,7 +335,10 @@ private:
             if (++m_records.back().attributeCount > uint32_t(SISLSerialReaderWriter::kMaxAttributes))
                 fail(QStringLiteral("More than %1 attributes on one record").arg(SISLSerialReaderWriter::kMaxAttributes));
             const uint32_t name = m_names.numberOf(m_source.getNameOrType(lexeme));
-            m_attributes.push_back({name, m_source.getValue()});
+            const ValueRange value = m_source.getValue();
+            if (value.length > UINT32_MAX)
+                fail("Attribute value too long");
+            m_attributes.push_back({name, uint32_t(value.length), value.start});
         }
     }
 
@@ -424,12 +428,16 @@ private:
     void checkCost() const
     {
         SerialDomBounds::Budget budget(qint64(m_textSize), SISLSerialReaderWriter::kDomBytesPerInputByte);
-        for (std::size_t i = 0; i < m_records.size(); ++i)
+        budget.addBytes(m_records.capacity() * sizeof(Record) + m_attributes.capacity() * sizeof(Attribute)
+                        + m_texts.capacity() * sizeof(ValueRange) + m_ranges.capacity() * sizeof(ChildRange)
+                        + m_records.size() * (sizeof(QDomElement) + 2 * sizeof(uint32_t)));
+        for (const Record &record : m_records) {
             budget.addElement();
-        for (const Attribute &attribute : m_attributes) {
-            budget.addAttribute();
-            budget.addText(qint64(attribute.value.length));
+            if (record.attributeCount > 0)
+                budget.addAttributeTable();
         }
+        for (const Attribute &attribute : m_attributes)
+            budget.addAttribute(qint64(attribute.length));
         for (const ValueRange &text : m_texts)
             budget.addText(qint64(text.length));
         if (budget.exceeded())
@@ -443,8 +451,9 @@ private:
         QDomElement element = m_doc.createElement(m_names.name(record.tag));
         for (uint32_t k = 0; k < record.attributeCount; ++k) {
             const Attribute &attribute = m_attributes[record.firstAttribute + k];
-            element.setAttribute(m_names.name(attribute.name),
-                                 SISLSerialReaderWriter::qByteArrayToString(m_source.decode(attribute.value)));
+            const QByteArray value = m_source.decode({attribute.start, attribute.length});
+            SerialDomBounds::setDomAttribute(element, m_names.name(attribute.name),
+                                             SISLSerialReaderWriter::qByteArrayToString(value));
         }
         for (uint32_t k = 0; k < record.textCount; ++k) {
             const QByteArray text = m_source.decode(m_texts[record.firstText + k]);

@@ -86,7 +86,7 @@ class SISLSerialReaderWriter final : public SerialDataReaderWriter
 public:
     // A SISL stream as this system writes it takes up to about 20 times its
     // size as a Qt DOM; the bound leaves a little room above that.
-    static constexpr int kDomBytesPerInputByte = 22;
+    static constexpr int kDomBytesPerInputByte = 19;
     static constexpr int kMaxAttributes = 64;
 
     // Writes at the buffer's cursor. Attributes are written in the order of

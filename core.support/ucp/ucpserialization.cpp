@@ -277,9 +277,9 @@ void UCPSerialization::exportNode(UCPNode *node, UCPTreeWalker *walker, QDomElem
 
 void UCPSerialization::addAttributesToDOMNode(QDomElement &element, UCPNode *node)
 {
-    element.setAttribute(kNameAttribute, node->getNodeName());
+    SerialDomBounds::setDomAttribute(element, kNameAttribute, node->getNodeName());
     for (const QString &name : nodeAttributes())
-        element.setAttribute(name, node->getNodeAttribute(name).toString());
+        SerialDomBounds::setDomAttribute(element, name, node->getNodeAttribute(name).toString());
 }
 
 void UCPSerialization::addAttributesToUCPNode(const QDomElement &element, UCPNode *node)

@@ -136,8 +136,11 @@ QString checkStream(QIODevice &device)
             if (reader.attributes().size() > kMaxAttributes)
                 return QStringLiteral("an element with more than %1 attributes").arg(kMaxAttributes);
             budget.addElement();
-            for (int i = 0; i < reader.attributes().size(); ++i)
-                budget.addAttribute();
+            if (!reader.attributes().isEmpty())
+                budget.addAttributeTable();
+            // Qt's parser gives every attribute a text node, empty or not.
+            for (const QXmlStreamAttribute &attribute : reader.attributes())
+                budget.addAttribute(qMax(1, attribute.value().size()));
             break;
         case QXmlStreamReader::EndElement:
             --depth;
