@@ -15,7 +15,8 @@ Budget::Budget(qint64 inputSize, int factor)
 
 void setDomAttribute(QDomElement &element, const QString &name, const QString &value)
 {
-    if (!value.isEmpty()) {
+    // An attribute node added beside one of the same name would make two.
+    if (!value.isEmpty() || element.hasAttribute(name)) {
         element.setAttribute(name, value);
         return;
     }

@@ -113,10 +113,15 @@ BDDLStructBase *testFactory(unsigned int classId)
 
 uint32_t testStringToToken(std::string *name)
 {
+    // Imported trees may name any number of tokens; past a few, they are all 0.
+    constexpr std::size_t kMaxTokens = 256;
     const auto found = std::find(s_tokenNames.begin(), s_tokenNames.end(), *name);
-    if (found == s_tokenNames.end())
-        return s_tokenNames.push_back(*name), uint32_t(s_tokenNames.size());
-    return uint32_t(found - s_tokenNames.begin() + 1);
+    if (found != s_tokenNames.end())
+        return uint32_t(found - s_tokenNames.begin() + 1);
+    if (s_tokenNames.size() >= kMaxTokens)
+        return 0;
+    s_tokenNames.push_back(*name);
+    return uint32_t(s_tokenNames.size());
 }
 
 std::string testTokenToString(unsigned int id)

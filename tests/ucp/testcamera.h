@@ -89,7 +89,7 @@ public:
 
 BDDSchema *testSchema();
 BDDLStructBase *testFactory(unsigned int classId); // null for an unknown class
-// Tokens: names numbered 1, 2, 3 ... in first-seen order, shared by the process.
+// Tokens: names numbered 1, 2, 3 ... in first-seen order, shared by the process; 0 past 256 names.
 uint32_t testStringToToken(std::string *name);
 std::string testTokenToString(unsigned int id);
 
