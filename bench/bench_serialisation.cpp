@@ -10,6 +10,7 @@
 #include "ucp/xmlserialreaderwriter.h"
 
 #include <QDomDocument>
+#include <QStringList>
 #include <benchmark/benchmark.h>
 
 #include <memory>
