@@ -13,7 +13,7 @@ using namespace cfbtest;
 namespace {
 
 const char *const kById = "class identifier";
-const char *const kByStreams = "structure match";
+const char *const kByStreams = "stream names";
 const char *const kNone = "untouched";
 
 // The structure root is only checked for null.
@@ -56,7 +56,7 @@ TEST(CfbSubType, RootClassIdentifierThroughTheRegistryElseTheRootStreams)
         // Without a known identifier the root's streams decide.
         {"WordDocument", fileWithRoot(nullptr, word), 17, kByStreams},
         {"Workbook", fileWithRoot(nullptr, workbook), 21, kByStreams},
-        {"old workbook id", fileWithRoot("{00020810-0000-0000-C000-000000000046}", workbook), 21, kByStreams},
+        {"old workbook id", fileWithRoot("{00020810-0000-0000-C000-000000000046}", workbook), 21, kById},
         {"PowerPoint Document", fileWithRoot(nullptr, {{"PowerPoint Document", "p"}, {"Current User", "u"}}),
          19, kByStreams},
         {"only tables and Current User",
