@@ -205,16 +205,19 @@ ft_t FileType::getFileTypeFromProgID(std::string progId) const
 
 std::string FileType::getExtensionFromFileTypeEnum(ft_t type) const
 {
-    const FileTypeIdentifier_t *row =
-        firstRow(m_fileTypes, [type](const FileTypeIdentifier_t &r) { return r.fileType == type; });
+    const FileTypeIdentifier_t *row = findFileType(type);
     return row ? row->extension : std::string();
 }
 
 eCameraId_t FileType::getCameraIdFromFileTypeEnum(ft_t type) const
 {
-    const FileTypeIdentifier_t *row =
-        firstRow(m_fileTypes, [type](const FileTypeIdentifier_t &r) { return r.fileType == type; });
+    const FileTypeIdentifier_t *row = findFileType(type);
     return row ? row->cameraId : eCameraId_Default;
+}
+
+const FileTypeIdentifier_t *FileType::findFileType(ft_t type) const
+{
+    return firstRow(m_fileTypes, [type](const FileTypeIdentifier_t &r) { return r.fileType == type; });
 }
 
 ft_t FileType::getFileTypeFromCameraId(eCameraId_t camera) const
@@ -355,11 +358,13 @@ ContainerKind FileType::describeOpcPackage(ZipUtils::Unzip &package) const
         if (type == QLatin1String(kVbaProjectType))
             kind.macros = true;
         for (const auto &main : kMainContentTypes) {
+            if (type != QLatin1String(main.contentType))
+                continue;
+            // A macro-enabled main part says so whatever the folders say.
+            kind.macros = kind.macros || main.macroEnabled;
             const FileTypeIdentifier_t *row = findExtension(main.extension);
-            if (type == QLatin1String(main.contentType) && row && row->fileType == kind.type && !kind.row) {
+            if (row && row->fileType == kind.type && !kind.row)
                 kind.row = row;
-                kind.macros = kind.macros || main.macroEnabled;
-            }
         }
     }
     return kind;

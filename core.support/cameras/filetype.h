@@ -147,6 +147,8 @@ public:
     const FileTypeIdentifier_t *findExtension(const std::string &extension) const;
     const FileTypeIdentifier_t *findProgId(const std::string &progId) const;
     const FileTypeIdentifier_t *findClassId(const std::string &classId) const;
+    // The first row of a type, or null.
+    const FileTypeIdentifier_t *findFileType(ft_t type) const;
 
     ft_t determineOpcSubType(MemoryBuffer *buffer, const char **reason);
     ft_t determineCfbSubType(MemoryBuffer *buffer, const char **reason, BDDLStructBase_Root *root);
