@@ -141,8 +141,10 @@ TEST(SISLSerialReaderWriter, WritesTheRecordLayoutAndReadsItBack)
     for (const auto &c : cases) {
         const QDomDocument dom = documentOf(c.dom);
         EXPECT_EQ(sislOf(dom, c.pretty), c.sisl) << c.what;
-        const QDomDocument back = read(c.sisl);
-        EXPECT_EQ(back.toString(1), dom.toString(1)) << c.what;
+        // Read back and written again, it is the same text (Qt's attribute
+        // order differs from one process to the next, so the DOMs are compared
+        // through their text).
+        EXPECT_EQ(sislOf(read(c.sisl), c.pretty), c.sisl) << c.what;
     }
     // An empty value is read back as an empty text.
     const QDomNode empty = read(R"({__struct_0: !d {__data: !__ ""}})").documentElement().firstChild();
