@@ -3,6 +3,8 @@
 #include "buffers/MemoryBuffer.h"
 #include "cameras/camera_pool.h"
 #include "cameras/parameterblock.h"
+#include "ucp/exporttreedata.h"
+#include "ucp/importtreedata.h"
 #include "ucp/ucpnode.h"
 #include "ucp_engine/BDDLStructBase.h"
 #include "ucp_engine/ucpLogging.h"
@@ -13,6 +15,7 @@
 #include <QPluginLoader>
 #include <QScopeGuard>
 
+#include <algorithm>
 #include <exception>
 #include <string>
 
@@ -165,6 +168,8 @@ CameraBase::CameraBase(Camera_Pool *pool) : m_name(QStringLiteral("acamerabase")
         this->*working.buffer = buffer;
     }
 
+    m_exporter = std::make_unique<ExportTreeData>(this);
+    m_importer = std::make_unique<ImportTreeData>(this);
     m_analysis.AddFileAnalysis("docname", "doctype", "Not Applicable", 0, "");
     m_cameraPool = pool;
     unregister.dismiss();
@@ -174,6 +179,8 @@ CameraBase::~CameraBase()
 {
     QMutexLocker lock(&mutex);
     m_camera.reset();
+    m_exporter.reset();
+    m_importer.reset();
     freeHandleLocked(m_handle);
 }
 
@@ -209,6 +216,12 @@ CameraBase *CameraBase::findCameraBase(unsigned long handle)
 {
     QMutexLocker lock(&mutex);
     return handleMap.value(handle, nullptr);
+}
+
+int CameraBase::handleCount()
+{
+    QMutexLocker lock(&mutex);
+    return handleMap.size();
 }
 
 bool CameraBase::isExportMode() const
@@ -269,16 +282,46 @@ VXCameraIF *CameraBase::prepareCamera(MemoryBuffer *input, MemoryBuffer *output,
     return camera.release();
 }
 
-VX2_RetStatus CameraBase::finalPush(VXCameraIF *camera, MemoryBuffer *, MemoryBuffer *, ft_t)
+VX2_RetStatus CameraBase::finalPush(VXCameraIF *camera, MemoryBuffer *input, MemoryBuffer *output, ft_t type)
 {
     if (camera == nullptr)
         return VX2_Fail;
-    // Tree export and import through archives are not available yet; a
-    // session registered for them fails instead of processing the input
-    // some other way.
-    if (isExportMode() || isImportMode())
-        return VX2_Fail;
+    if (isExportMode())
+        return m_exporter->runExport(camera, input, QStringLiteral("stream"), type) ? VX2_Success : VX2_Fail;
+    if (isImportMode())
+        return importStream(input, output);
     return camera->runCamera();
+}
+
+// The stream to import is named by the input's stream name, where the image
+// gateway puts the reference an exported document holds in place of its
+// image, or else by the output's, as a host may name it. It is read into the
+// input, which is what the new camera reads.
+VX2_RetStatus CameraBase::importStream(MemoryBuffer *input, MemoryBuffer *output)
+{
+    if (input == nullptr || output == nullptr)
+        return VX2_Fail;
+    std::string entry = !input->m_streamName.empty() ? input->m_streamName : output->m_streamName;
+    // A reference left in place of an image is padded with zero bytes to the
+    // image's size.
+    entry.erase(std::find(entry.begin(), entry.end(), '\0'), entry.end());
+    if (!entry.empty()) {
+        output->resizeBuffer(0, false);
+        input->resizeBuffer(0, false);
+        input->seek(0);
+        if (!m_importer->getEntryData(QString::fromStdString(entry), input))
+            return VX2_Fail;
+        input->seek(0);
+    }
+    QString streamName;
+    const std::unique_ptr<VXCameraIF> imported(m_importer->runImport(input, streamName, output));
+    if (!imported)
+        return VX2_Fail;
+    VX2_RetStatus status = combineVX2_RetStatus(imported->runValidation(), 0);
+    if (!isVX2_RetStatusFail(status))
+        status = combineVX2_RetStatus(imported->writeOutputBuffer(), status);
+    imported->deinitialiseCamera();
+    return status;
 }
 
 VX2_RetStatus CameraBase::pushCamera(MemoryBuffer *input, MemoryBuffer *output, ft_t type, ParameterBlock *block)

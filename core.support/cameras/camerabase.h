@@ -21,6 +21,8 @@
 #include <vector>
 
 class Camera_Pool;
+class ExportTreeData;
+class ImportTreeData;
 class MemoryBuffer;
 class ParameterBlock;
 
@@ -99,6 +101,9 @@ public:
     // False, with a log line, when the handle is not registered.
     static bool freeHandle(unsigned long handle);
     static CameraBase *findCameraBase(unsigned long handle);
+    // How many handles are registered (sessions alive, and handles taken
+    // without a session).
+    static int handleCount();
 
     // --- what the session holds ----------------------------------------------------
     const QString &name() const { return m_name; }
@@ -134,18 +139,29 @@ public:
     bool isImportMode() const;
     bool isDefaultMode() const;
 
+    // The exporter and importer of trees; they are there from construction on.
+    ExportTreeData &exporter() { return *m_exporter; }
+    ImportTreeData &importer() { return *m_importer; }
+
     // --- cameras -----------------------------------------------------------------------
     // Attach a camera of the plug-in, or of the plug-in file at `path`. A camera
     // obtained replaces (and deletes) the one attached before; on failure the
     // session keeps what it had.
     bool useCamera(VXCameraPluginIF *plugin);
     bool connectCamera(QString path);
+    // Makes a camera made elsewhere (an imported one) the session's.
+    void setCamera(std::unique_ptr<VXCameraIF> camera) { m_camera = std::move(camera); }
 
     // A camera for the type, initialised over the buffers and the session's
     // repository and pool, its root bound to this session; owned by the
     // caller. Null for type 0 or a type no plug-in handles.
     VXCameraIF *prepareCamera(MemoryBuffer *input, MemoryBuffer *output, ft_t type, ParameterBlock *block);
-    // Runs a prepared camera in the session's mode.
+    // Runs a prepared camera in the session's mode. Default: the camera's
+    // whole run. Export: the exporter reads, validates and stores the
+    // camera's tree (0, or -1 when nothing was stored). Import: the stream
+    // named by the input's stream name (or else the output's) is read from
+    // the importer's archive into the input, a fresh camera rebuilds its
+    // tree, validates and writes it; the camera passed in only has to exist.
     VX2_RetStatus finalPush(VXCameraIF *camera, MemoryBuffer *input, MemoryBuffer *output, ft_t type);
     // prepareCamera, finalPush, deinitialise and delete; never throws.
     VX2_RetStatus pushCamera(MemoryBuffer *input, MemoryBuffer *output, ft_t type, ParameterBlock *block);
@@ -165,6 +181,7 @@ public:
 
 private:
     static bool freeHandleLocked(unsigned long handle);
+    VX2_RetStatus importStream(MemoryBuffer *input, MemoryBuffer *output);
 
     static QMap<unsigned long, CameraBase *> handleMap;
     static QMutex mutex;
@@ -191,4 +208,6 @@ private:
     bool m_externalReportActive = false;
     std::string m_exportText;
     std::vector<std::unique_ptr<ParameterBlock>> m_keptBlocks;
+    std::unique_ptr<ExportTreeData> m_exporter;
+    std::unique_ptr<ImportTreeData> m_importer;
 };

@@ -4,6 +4,7 @@
 #include "cameras/camera_pool.h"
 #include "cameras/parameterblock.h"
 #include "fixtures/fixtures.h"
+#include "ucp/exporttreedata.h"
 #include "logcapture.h"
 #include "qtprinters.h"
 
@@ -12,7 +13,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -113,16 +119,48 @@ TEST(SessionRegEntry, IsSetOnceAndMovesBuffersThroughMemoryOrAFile)
 
 TEST(CameraBaseModes, FollowTheRegisteredEntries)
 {
-    const std::pair<const char *, const char *> cases[] = { // entries set; export, import, default mode
-        {"16", "100"}, {"52", "010"}, {"13", "001"}, {"12", "001"}, {"1", "000"}, {"1256", "111"}, {"04789", "000"}};
-    for (const auto &[entries, modes] : cases) {
+    // Every combination of the ten entries: only 1, 2, 3, 5 and 6 count.
+    for (unsigned set = 0; set < 1024; ++set) {
         CameraBase session(nullptr);
-        for (const char *entry = entries; *entry; ++entry)
-            session.registryEntry(*entry - '0').setFilePath("x");
-        const QString found = QStringLiteral("%1%2%3").arg(session.isExportMode()).arg(session.isImportMode());
-        EXPECT_EQ(found.arg(session.isDefaultMode()), QLatin1String(modes)) << "entries " << entries;
+        for (size_t entry = 0; entry < 10; ++entry)
+            if (set & (1u << entry))
+                session.registryEntry(entry).setFilePath("x");
+        const auto has = [set](int entry) { return (set & (1u << entry)) != 0; };
+        EXPECT_EQ(session.isExportMode(), has(1) && has(6)) << "entries " << set;
+        EXPECT_EQ(session.isImportMode(), has(5) && has(2)) << "entries " << set;
+        EXPECT_EQ(session.isDefaultMode(), has(1) && (has(2) || has(3))) << "entries " << set;
     }
     EXPECT_THROW(CameraBase(nullptr).registryEntry(10), std::out_of_range);
+}
+
+// Sessions made and destroyed on many threads at once: no handle is ever held
+// by two live sessions, and none is left behind.
+TEST(CameraBaseHandles, AreUniqueAcrossThreadsAndAllGiveBack)
+{
+    const int before = CameraBase::handleCount();
+    std::mutex liveLock;
+    std::set<unsigned long> live;
+    std::atomic<int> clashes{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 10000; ++i) {
+                CameraBase session(nullptr);
+                const unsigned long handle = session.getHandle();
+                {
+                    const std::lock_guard<std::mutex> lock(liveLock);
+                    if (!live.insert(handle).second || CameraBase::findCameraBase(handle) != &session)
+                        ++clashes;
+                }
+                const std::lock_guard<std::mutex> lock(liveLock);
+                live.erase(handle); // before the session gives the handle back
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(clashes, 0);
+    EXPECT_EQ(CameraBase::handleCount(), before);
 }
 
 TEST_F(Session, PushCameraRunsThePoolsCameraForTheType)
@@ -148,7 +186,9 @@ TEST_F(Session, PushCameraRunsThePoolsCameraForTheType)
     EXPECT_EQ(log.messages(),
               (QStringList{"prepareCamera failed to find cameras for 23", "pushCamera fail empty.gif"}));
     session.registryEntry(CameraBase::regExport).setFilePath("x");
-    EXPECT_EQ(session.pushCamera(&input, &output, ft_gif, nullptr), -1) << "export mode is not available yet";
+    input.m_name = "picture.gif";
+    EXPECT_EQ(session.pushCamera(&input, &output, ft_gif, nullptr), 0) << "export mode stores the tree";
+    EXPECT_EQ(session.exporter().manifest().keys(), QStringList{"picture.gif"});
 }
 
 TEST_F(Session, CamerasAttachAndTheReportIsDumpedUnlessReportedElsewhere)
