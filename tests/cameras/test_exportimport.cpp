@@ -210,8 +210,9 @@ TEST_F(ExportImport, ImportedStreamsGiveTheDirectRunsTreesAnalysesAndOutputs)
             ASSERT_TRUE(run->dumpAnalysisToBuffer());
             const std::string report = bufferText(*run->analysisBuffer());
             EXPECT_EQ(xmlValues(report, QString()), QStringList()) << "well-formed";
-            EXPECT_EQ(xmlValues(report, QStringLiteral("vx:Description")),
-                      xmlValues(expected.report.toStdString(), QStringLiteral("vx:Description")));
+            EXPECT_EQ(xmlValues(report, QStringLiteral("vx:TechnicalDescription")),
+                      xmlValues(expected.report.toStdString(), QStringLiteral("vx:TechnicalDescription")));
+            EXPECT_FALSE(xmlValues(report, QStringLiteral("vx:TechnicalDescription")).isEmpty());
             EXPECT_EQ(QByteArray::fromStdString(report), expected.report) << entry.toStdString();
         }
     }

@@ -1,0 +1,140 @@
+#include "camerachoice.h"
+#include "command.h"
+#include "identifiedtype.h"
+#include "inputs.h"
+#include "reporter.h"
+#include "session.h"
+
+#include "buffers/MemoryBuffer.h"
+#include "cameras/camera_pool.h"
+#include "cameras/camerabase.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonObject>
+
+#include <exception>
+#include <memory>
+
+// vxcam analyse: one camera session per file. The file's type is identified
+// as identify does; the camera is the plug-in registered for it (or the
+// file-identifier camera, which carries any file); the run's analysis is
+// written as a report where asked, and summed up per file.
+
+namespace {
+
+const QString kSubject = QStringLiteral("analyse");
+
+struct Options
+{
+    QString policy;
+    QString report;    // one report file (one input)
+    QString reportDir; // one report per input
+};
+
+QString typeName(ft_t type)
+{
+    return QStringLiteral("%1 (%2)").arg(QString::fromLatin1(fileTypeName(type))).arg(type);
+}
+
+// Analyses one file; false after one error line when it could not be.
+bool analyse(const QString &path, const QString &reportPath, const Options &options, Camera_Pool &pool,
+             Reporter &reporter)
+{
+    CameraBase session(&pool);
+    applyPolicy(session, options.policy);
+    session.registryEntry(CameraBase::regInput).setFilePath(path.toUtf8().constData());
+    AnalysisOutput analysis(session);
+    if (!loadFile(path, *session.inputBuffer(), reporter))
+        return false;
+
+    const ft_t type = identifiedType(path, *session.inputBuffer(), pool);
+    const CameraChoice choice = chooseCamera(type, pool);
+    if (choice.type == ft_unknown) {
+        reporter.error(path, QStringLiteral("no camera for %1").arg(typeName(type)), path);
+        return false;
+    }
+    VX2_RetStatus status = VX2_Fail;
+    try {
+        status = runChosenCamera(session, choice);
+    } catch (const std::exception &e) {
+        reporter.error(path, QStringLiteral("the camera failed: %1").arg(QString::fromUtf8(e.what())), path);
+        return false;
+    } catch (...) {
+        reporter.error(path, QStringLiteral("the camera failed"), path);
+        return false;
+    }
+    if (!analysis.write(reportPath, path, reporter))
+        return false;
+
+    RunFindings findings = RunFindings::of(session.analysis());
+    findings.unsupported = choice.fileIdentifier;
+    QJsonObject object{{QStringLiteral("path"), path},
+                       {QStringLiteral("type"), type},
+                       {QStringLiteral("type_name"), QString::fromLatin1(fileTypeName(type))},
+                       {QStringLiteral("camera"), choice.camera}};
+    findings.addTo(object, status);
+    if (!reportPath.isEmpty())
+        object.insert(QStringLiteral("report"), reportPath);
+    QString line = QStringLiteral("%1: %2 by %3: %4").arg(path, typeName(type), choice.camera, findings.summary(status));
+    if (!reportPath.isEmpty())
+        line += QStringLiteral("; report %1").arg(reportPath);
+    reporter.result(object, line);
+    return true;
+}
+
+int runAnalyse(CommandContext &context)
+{
+    Reporter &reporter = context.reporter;
+    CommandArgs args(context.args);
+    Options options;
+    args.takeValue({"--policy"}, options.policy);
+    args.takeValue({"--report"}, options.report);
+    args.takeValue({"--report-dir"}, options.reportDir);
+    const QStringList paths = args.operands();
+    if (!args.ok())
+        return usageError(context, "analyse", args.error());
+    if (paths.isEmpty())
+        return usageError(context, "analyse", QStringLiteral("no files given"));
+    if (!options.report.isEmpty() && !options.reportDir.isEmpty())
+        return usageError(context, "analyse", QStringLiteral("--report and --report-dir exclude each other"));
+    if (!options.policy.isEmpty() && !checkPolicyFile(options.policy, reporter))
+        return 1;
+    const std::unique_ptr<Camera_Pool> pool = openCameraPool(context.pluginDir, kSubject, reporter);
+    if (pool == nullptr)
+        return 1;
+    const QStringList files = collectFiles(paths, context.recursive, reporter);
+    if (!options.report.isEmpty() && files.size() > 1)
+        return usageError(context, "analyse", QStringLiteral("--report names one file; use --report-dir for several"));
+    if (!options.reportDir.isEmpty() && !QDir().mkpath(options.reportDir)) {
+        reporter.error(options.reportDir, QStringLiteral("cannot make the report directory"));
+        return 1;
+    }
+
+    ReportNames reports(options.reportDir);
+    reporter.beginBatch(files.size());
+    for (const QString &path : files) {
+        const QString reportPath = !options.report.isEmpty() ? options.report
+                                   : options.reportDir.isEmpty() ? QString()
+                                                                 : reports.next(QFileInfo(path).fileName());
+        analyse(path, reportPath, options, *pool, reporter);
+        reporter.advance(path);
+    }
+    reporter.endBatch();
+    return reporter.errorCount() == 0 ? 0 : 1;
+}
+
+const CommandRegistrar registration({"analyse", "analyse FILE... [--policy P] [--report R | --report-dir D]",
+                                     "run each file through its camera and report what it holds", runAnalyse,
+                                     "  FILE...            files to analyse (-r walks directories)\n"
+                                     "  --policy P.xml     the content-management policy to apply\n"
+                                     "  --report R.xml     write the analysis report of the (one) file to R.xml\n"
+                                     "  --report-dir D     write one report per file into D, named FILE.xml\n"
+                                     "Each file's type is identified as identify does; its camera is the plug-in\n"
+                                     "registered for the type, else the file-identifier camera. A summary line per\n"
+                                     "file gives the verdict (clean, sanitised, issues, rejected, unreadable, or\n"
+                                     "unsupported: only the file-identifier camera carries it) and\n"
+                                     "the counts of content, sanitisation and issue records. Exit status 1 when a\n"
+                                     "file could not be analysed or its report not written.\n"});
+
+} // namespace

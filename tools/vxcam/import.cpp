@@ -1,0 +1,252 @@
+#include "command.h"
+#include "inputs.h"
+#include "reporter.h"
+#include "session.h"
+
+#include "buffers/MemoryBuffer.h"
+#include "cameras/camera_pool.h"
+#include "cameras/camerabase.h"
+#include "containers/ZipUtils.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonObject>
+#include <QRegularExpression>
+
+#include <exception>
+#include <memory>
+
+// vxcam import: every stream of an export archive is rebuilt by its camera,
+// validated and written out, each in an import-mode session of its own so
+// that each has its own analysis. Outputs go into OUTDIR only, under the
+// stream's name; an entry whose name could lead anywhere else is refused.
+
+namespace {
+
+const QString kSubject = QStringLiteral("import");
+
+struct Options
+{
+    QString outDir;
+    QString policy;
+    QString report;
+    QString reportDir;
+};
+
+// "Id_<run>_<stream>_<counter>.<extension>" gives the stream; other names
+// stand for themselves.
+QString streamNameOf(const QString &entry)
+{
+    static const QRegularExpression exported(QStringLiteral("^Id_-?\\d+_(.*)_\\d+\\.[^.]+$"));
+    const QRegularExpressionMatch match = exported.match(entry);
+    return match.hasMatch() ? match.captured(1) : entry;
+}
+
+// Why a name cannot become a file of the output directory; empty when it can.
+QString unsafeName(const QString &name)
+{
+    if (name.isEmpty() || name == QLatin1String(".") || name == QLatin1String(".."))
+        return QStringLiteral("an empty or dot name");
+    if (name.contains(QLatin1Char('/')) || name.contains(QLatin1Char('\\')))
+        return QStringLiteral("a name with a path");
+    for (const QChar c : name)
+        if (c.unicode() < 0x20 || c.unicode() == 0x7F)
+            return QStringLiteral("a name with control characters");
+    return QString();
+}
+
+SerializationFormat formatOf(const QString &entry)
+{
+    return entry.endsWith(QLatin1String(".xml"), Qt::CaseInsensitive) ? sfXML : sfSISL;
+}
+
+class Importer
+{
+public:
+    Importer(const QString &archivePath, const Options &options, Camera_Pool &pool, Reporter &reporter)
+        : m_archivePath(archivePath), m_options(options), m_pool(pool), m_reporter(reporter),
+          m_reports(options.reportDir)
+    {
+    }
+
+    // Imports one stream; false after one error line when it gave nothing.
+    bool importEntry(ZipUtils::Unzip &archive, const QString &entry)
+    {
+        const QString subject = QStringLiteral("%1: %2").arg(m_archivePath, entry);
+        const QString stream = streamNameOf(entry);
+        const QString unsafe = unsafeName(stream);
+        if (!unsafe.isEmpty()) {
+            m_reporter.error(subject, QStringLiteral("refused: %1").arg(unsafe), entry);
+            return false;
+        }
+
+        CameraBase session(&m_pool);
+        applyPolicy(session, m_options.policy);
+        session.setSerialFormat(formatOf(entry));
+        char *output = nullptr;
+        size_t outputSize = 0;
+        session.registryEntry(CameraBase::regImport).setFilePath(m_archivePath.toUtf8().constData());
+        session.registryEntry(CameraBase::regOutput).setMemory(&output, &outputSize);
+        AnalysisOutput analysis(session);
+        // The session runs the cameras the stream names; the one it holds only
+        // stands for the host's.
+        session.useCamera(m_pool.getPluginFromFileType(ft_fileidentifier));
+        if (session.camera() == nullptr)
+            session.useCamera(m_pool.getPluginFromCameraName(m_pool.getListOfCameraNames().value(0)));
+
+        MemoryBuffer *const input = session.inputBuffer();
+        if (!archive.getEntryData(entry, input)) {
+            m_reporter.error(subject, QStringLiteral("damaged entry"), entry);
+            return false;
+        }
+        input->seek(0);
+        input->m_name = stream.toStdString();
+        VX2_RetStatus status = VX2_Fail;
+        DiagnosticLines diagnostics;
+        try {
+            status = session.finalPush(session.camera(), input, session.outputBuffer(), ft_unknown);
+        } catch (const std::exception &e) {
+            m_reporter.error(subject, QStringLiteral("the camera failed: %1").arg(QString::fromUtf8(e.what())), entry);
+            return false;
+        }
+        const RunFindings findings = RunFindings::of(session.analysis());
+        const QString reportPath = !m_options.report.isEmpty() ? m_options.report
+                                   : m_options.reportDir.isEmpty() ? QString()
+                                                                   : m_reports.next(stream);
+        if (isVX2_RetStatusFail(status)) {
+            const QString why = diagnostics.failure();
+            m_reporter.error(subject, QStringLiteral("not imported: %1")
+                                          .arg(why.isEmpty() ? findings.verdict(status) : why), entry);
+            analysis.write(reportPath, subject, m_reporter);
+            return false;
+        }
+        QString written;
+        if (!m_options.outDir.isEmpty()) {
+            session.registryEntry(CameraBase::regOutput).writeMemoryBufferFromEntry(session.outputBuffer());
+            if (!writeOutput(subject, stream, output, qint64(outputSize), written))
+                return false;
+        }
+        if (!analysis.write(reportPath, subject, m_reporter))
+            return false;
+
+        QJsonObject object{{QStringLiteral("archive"), m_archivePath},
+                           {QStringLiteral("entry"), entry},
+                           {QStringLiteral("stream"), stream}};
+        findings.addTo(object, status);
+        if (!written.isEmpty())
+            object.insert(QStringLiteral("output"), written);
+        if (!reportPath.isEmpty())
+            object.insert(QStringLiteral("report"), reportPath);
+        QString line = QStringLiteral("%1: %2").arg(entry, findings.summary(status));
+        if (!written.isEmpty())
+            line += QStringLiteral("; written to %1").arg(written);
+        m_reporter.result(object, line);
+        return true;
+    }
+
+private:
+    // The stream's output as OUTDIR/NAME (numbered when a name comes twice),
+    // written whole; `written` stays empty when there was nothing to write.
+    // Never through a link, never over anything but a plain file. False
+    // after an error line.
+    bool writeOutput(const QString &subject, const QString &stream, const char *data, qint64 size, QString &written)
+    {
+        if (size <= 0)
+            return true;
+        QString name = stream;
+        for (int n = 2; m_usedNames.contains(name); ++n)
+            name = QStringLiteral("%1-%2").arg(stream).arg(n);
+        m_usedNames.insert(name);
+        const QString path = QDir(m_options.outDir).filePath(name);
+        const QFileInfo target(path);
+        if (target.isSymLink() || (target.exists() && !target.isFile())) {
+            m_reporter.error(subject, QStringLiteral("refused: %1 is a link or not a plain file").arg(path), path);
+            return false;
+        }
+        QString error;
+        if (!writeWhole(path, data, size, &error)) {
+            m_reporter.error(subject, QStringLiteral("output not written to %1: %2").arg(path, error), path);
+            return false;
+        }
+        written = path;
+        return true;
+    }
+
+    QString m_archivePath;
+    const Options &m_options;
+    Camera_Pool &m_pool;
+    Reporter &m_reporter;
+    ReportNames m_reports;
+    QSet<QString> m_usedNames;
+};
+
+int runImport(CommandContext &context)
+{
+    Reporter &reporter = context.reporter;
+    CommandArgs args(context.args);
+    Options options;
+    args.takeValue({"-o", "--output"}, options.outDir);
+    args.takeValue({"--policy"}, options.policy);
+    args.takeValue({"--report"}, options.report);
+    args.takeValue({"--report-dir"}, options.reportDir);
+    const QStringList operands = args.operands();
+    if (!args.ok())
+        return usageError(context, "import", args.error());
+    if (operands.size() != 1)
+        return usageError(context, "import", QStringLiteral("expects one archive"));
+    if (!options.report.isEmpty() && !options.reportDir.isEmpty())
+        return usageError(context, "import", QStringLiteral("--report and --report-dir exclude each other"));
+    if (!options.policy.isEmpty() && !checkPolicyFile(options.policy, reporter))
+        return 1;
+    const std::unique_ptr<Camera_Pool> pool = openCameraPool(context.pluginDir, kSubject, reporter);
+    if (pool == nullptr)
+        return 1;
+
+    const QString archivePath = operands.first();
+    MemoryBuffer archiveBytes;
+    if (!loadFile(archivePath, archiveBytes, reporter))
+        return 1;
+    ZipUtils::Unzip archive;
+    if (!archive.openInPlace(&archiveBytes)) {
+        reporter.error(archivePath, QStringLiteral("not a zip archive"), archivePath);
+        return 1;
+    }
+    const QStringList entries = archive.getFilenames();
+    if (!options.report.isEmpty() && entries.size() > 1)
+        return usageError(context, "import", QStringLiteral("--report names one file, and the archive holds %1 "
+                                                            "streams; use --report-dir")
+                                                 .arg(entries.size()));
+    for (const QString &directory : {options.outDir, options.reportDir}) {
+        if (!directory.isEmpty() && !QDir().mkpath(directory)) {
+            reporter.error(directory, QStringLiteral("cannot make the directory"));
+            return 1;
+        }
+    }
+
+    Importer importer(archivePath, options, *pool, reporter);
+    reporter.beginBatch(entries.size());
+    for (const QString &entry : entries) {
+        importer.importEntry(archive, entry);
+        reporter.advance(entry);
+    }
+    reporter.endBatch();
+    if (entries.isEmpty())
+        reporter.error(archivePath, QStringLiteral("holds no streams"), archivePath);
+    return reporter.errorCount() == 0 ? 0 : 1;
+}
+
+const CommandRegistrar registration({"import", "import ARCHIVE.zip [-o OUTDIR] [--report R | --report-dir D]",
+                                     "rebuild, validate and write out every stream of an export archive",
+                                     runImport,
+                                     "  ARCHIVE.zip         an archive written by vxcam export\n"
+                                     "  -o, --output DIR    write each stream's output into DIR, named after the\n"
+                                     "                      stream; nothing is written outside DIR (names with a\n"
+                                     "                      path are refused, links are not followed)\n"
+                                     "  --policy P.xml      the content-management policy the validation applies\n"
+                                     "  --report R.xml      the analysis report of an archive of one stream\n"
+                                     "  --report-dir D      one analysis report per stream, named STREAM.xml\n"
+                                     "Each stream is rebuilt by the camera it names, validated and written, in a\n"
+                                     "session of its own. Exit status 1 when a stream could not be imported or\n"
+                                     "its output not written; the other streams are still imported.\n"});
+
+} // namespace

@@ -1,0 +1,111 @@
+#pragma once
+
+// What analyse, export and import share: the camera pool they run on, the
+// policy every session applies, running the chosen camera of a file, what a
+// run found, and writing results whole.
+
+#include "camerachoice.h"
+
+#include "ucp_engine/analysis.functions.h"
+
+#include <QJsonObject>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+class CameraBase;
+class Camera_Pool;
+class MemoryBuffer;
+class Reporter;
+namespace RepositoryComponents {
+class DocumentAnalysis;
+}
+
+// The pool of the plug-in directory; null, after one error line, when the
+// directory is missing or holds no camera plug-in.
+std::unique_ptr<Camera_Pool> openCameraPool(const QString &directory, const QString &subject, Reporter &reporter);
+
+// Whether the file is a policy a session can load; one error line when not.
+bool checkPolicyFile(const QString &path, Reporter &reporter);
+// Loads the checked policy into the session (nothing for an empty path).
+void applyPolicy(CameraBase &session, const QString &path);
+
+// Runs the chosen camera over the session's input buffer in the session's
+// mode. The file-identifier camera does no whole runs of its own in default
+// mode (its runCamera only logs), so there its stages are run instead: the
+// file is read and validated and the analysis says what it holds. Throws
+// what the camera throws.
+VX2_RetStatus runChosenCamera(CameraBase &session, const CameraChoice &choice);
+
+// What a run's analysis recorded, and the run's verdict in a word.
+struct RunFindings
+{
+    int contents = 0;
+    int sanitised = 0;
+    int remedies = 0;
+    int issues = 0;
+    QString firstIssue;
+    // Carried by the file-identifier camera only: no camera disarms its type.
+    bool unsupported = false;
+
+    static RunFindings of(const RepositoryComponents::DocumentAnalysis &analysis);
+    QString verdict(VX2_RetStatus status) const;
+    void addTo(QJsonObject &object, VX2_RetStatus status) const;
+    QString summary(VX2_RetStatus status) const;
+};
+
+// Writes the bytes to a temporary file beside `path` and renames it over
+// `path`, so a failure leaves nothing half written. False, with the reason,
+// on failure.
+bool writeWhole(const QString &path, const char *data, qint64 size, QString *error);
+
+// Report files in a directory: one per name, "NAME.xml", later ones of the
+// same name numbered ("NAME-2.xml").
+class ReportNames
+{
+public:
+    explicit ReportNames(QString directory) : m_directory(std::move(directory)) {}
+    QString next(const QString &name);
+
+private:
+    QString m_directory;
+    QSet<QString> m_used;
+};
+
+// The session's analysis output (entry 3), registered with variables of
+// its own through which the session hands the report over.
+class AnalysisOutput
+{
+public:
+    explicit AnalysisOutput(CameraBase &session);
+    AnalysisOutput(const AnalysisOutput &) = delete;
+    AnalysisOutput &operator=(const AnalysisOutput &) = delete;
+
+    // Writes the run's report to `path`; nothing for an empty path. False,
+    // after one error line naming `subject`, when it cannot be written.
+    bool write(const QString &path, const QString &subject, Reporter &reporter);
+
+private:
+    CameraBase &m_session;
+    char *m_data = nullptr;
+    size_t m_size = 0;
+};
+
+// The framework's diagnostic lines while this is alive; they still reach the
+// handler that was there before (shown with --verbose).
+class DiagnosticLines
+{
+public:
+    DiagnosticLines();
+    ~DiagnosticLines();
+    DiagnosticLines(const DiagnosticLines &) = delete;
+    DiagnosticLines &operator=(const DiagnosticLines &) = delete;
+
+    // The last line that says something failed, trimmed; empty when none.
+    QString failure() const;
+
+private:
+    QStringList m_lines;
+};
