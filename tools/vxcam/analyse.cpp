@@ -1,6 +1,5 @@
 #include "camerachoice.h"
 #include "command.h"
-#include "identifiedtype.h"
 #include "inputs.h"
 #include "reporter.h"
 #include "session.h"
@@ -17,7 +16,7 @@
 #include <memory>
 
 // vxcam analyse: one camera session per file. The file's type is identified
-// as identify does; the camera is the plug-in registered for it (or the
+// as identify does (the same identification unit); the camera is the plug-in registered for it (or the
 // file-identifier camera, which carries any file); the run's analysis is
 // written as a report where asked, and summed up per file.
 
@@ -39,21 +38,17 @@ QString typeName(ft_t type)
 
 // Analyses one file; false after one error line when it could not be.
 bool analyse(const QString &path, const QString &reportPath, const Options &options, Camera_Pool &pool,
-             Reporter &reporter)
+             const Identifier &identifier, Reporter &reporter)
 {
     CameraBase session(&pool);
     applyPolicy(session, options.policy);
     session.registryEntry(CameraBase::regInput).setFilePath(path.toUtf8().constData());
     AnalysisOutput analysis(session);
-    if (!loadFile(path, *session.inputBuffer(), reporter))
+    SessionInput input;
+    if (!loadSessionInput(session, identifier, pool, path, reporter, input))
         return false;
-
-    const ft_t type = identifiedType(path, *session.inputBuffer(), pool);
-    const CameraChoice choice = chooseCamera(type, pool);
-    if (choice.type == ft_unknown) {
-        reporter.error(path, QStringLiteral("no camera for %1").arg(typeName(type)), path);
-        return false;
-    }
+    const ft_t type = input.identification.type;
+    const CameraChoice &choice = input.choice;
     VX2_RetStatus status = VX2_Fail;
     try {
         status = runChosenCamera(session, choice);
@@ -111,13 +106,14 @@ int runAnalyse(CommandContext &context)
         return 1;
     }
 
+    const Identifier identifier(*pool);
     ReportNames reports(options.reportDir);
     reporter.beginBatch(files.size());
     for (const QString &path : files) {
         const QString reportPath = !options.report.isEmpty() ? options.report
                                    : options.reportDir.isEmpty() ? QString()
                                                                  : reports.next(QFileInfo(path).fileName());
-        analyse(path, reportPath, options, *pool, reporter);
+        analyse(path, reportPath, options, *pool, identifier, reporter);
         reporter.advance(path);
     }
     reporter.endBatch();

@@ -1,6 +1,5 @@
 #include "camerachoice.h"
 #include "command.h"
-#include "identifiedtype.h"
 #include "inputs.h"
 #include "reporter.h"
 #include "session.h"
@@ -30,16 +29,14 @@ const char *formatName(SerializationFormat format)
 }
 
 // Stores one file's tree; false after one error line when it is not stored.
-bool exportFile(CameraBase &session, const QString &path, Camera_Pool &pool, Reporter &reporter)
+bool exportFile(CameraBase &session, const QString &path, Camera_Pool &pool, const Identifier &identifier,
+                Reporter &reporter)
 {
-    if (!loadFile(path, *session.inputBuffer(), reporter))
+    SessionInput input;
+    if (!loadSessionInput(session, identifier, pool, path, reporter, input))
         return false;
-    const ft_t type = identifiedType(path, *session.inputBuffer(), pool);
-    const CameraChoice choice = chooseCamera(type, pool);
-    if (choice.type == ft_unknown) {
-        reporter.error(path, QStringLiteral("no camera for this file"), path);
-        return false;
-    }
+    const ft_t type = input.identification.type;
+    const CameraChoice &choice = input.choice;
     const int before = session.exporter().streamCounter();
     VX2_RetStatus status = VX2_Fail;
     DiagnosticLines diagnostics;
@@ -111,10 +108,11 @@ int runExport(CommandContext &context)
     session.registryEntry(CameraBase::regExport).setMemory(&archiveData, &archiveSize);
 
     const QStringList files = collectFiles(paths, context.recursive, reporter);
+    const Identifier identifier(*pool);
     int stored = 0;
     reporter.beginBatch(files.size());
     for (const QString &path : files) {
-        stored += exportFile(session, path, *pool, reporter) ? 1 : 0;
+        stored += exportFile(session, path, *pool, identifier, reporter) ? 1 : 0;
         reporter.advance(path);
     }
     reporter.endBatch();

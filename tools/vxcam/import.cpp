@@ -224,9 +224,16 @@ int runImport(CommandContext &context)
     }
 
     Importer importer(archivePath, options, *pool, reporter);
+    QSet<QString> seen;
     reporter.beginBatch(entries.size());
     for (const QString &entry : entries) {
-        importer.importEntry(archive, entry);
+        // A name given twice always reads as its first member.
+        if (seen.contains(entry))
+            reporter.error(QStringLiteral("%1: %2").arg(archivePath, entry),
+                           QStringLiteral("a second member of this name; only the first is imported"), entry);
+        else
+            importer.importEntry(archive, entry);
+        seen.insert(entry);
         reporter.advance(entry);
     }
     reporter.endBatch();

@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "inputs.h"
 #include "reporter.h"
 
 #include "analysis/RepositoryComponents.h"
@@ -49,6 +50,24 @@ void applyPolicy(CameraBase &session, const QString &path)
 {
     if (!path.isEmpty())
         session.contentManagement().connectRepositoryToXMLFile(path);
+}
+
+bool loadSessionInput(CameraBase &session, const Identifier &identifier, const Camera_Pool &pool,
+                      const QString &path, Reporter &reporter, SessionInput &input)
+{
+    input.identification = identifier.identify(path);
+    if (!input.identification.ok()) {
+        reporter.error(path, input.identification.error, path);
+        return false;
+    }
+    if (!loadFile(path, *session.inputBuffer(), reporter))
+        return false;
+    input.choice = chooseCamera(input.identification.type, pool);
+    if (input.choice.type == ft_unknown) {
+        reporter.error(path, QStringLiteral("no camera for %1").arg(input.identification.typeName()), path);
+        return false;
+    }
+    return true;
 }
 
 VX2_RetStatus runChosenCamera(CameraBase &session, const CameraChoice &choice)

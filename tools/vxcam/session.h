@@ -5,8 +5,9 @@
 // run found, and writing results whole.
 
 #include "camerachoice.h"
+#include "identification.h"
 
-#include "ucp_engine/analysis.functions.h"
+#include "ucp_engine/vxstatus.h"
 
 #include <QJsonObject>
 #include <QSet>
@@ -31,6 +32,17 @@ std::unique_ptr<Camera_Pool> openCameraPool(const QString &directory, const QStr
 bool checkPolicyFile(const QString &path, Reporter &reporter);
 // Loads the checked policy into the session (nothing for an empty path).
 void applyPolicy(CameraBase &session, const QString &path);
+
+// One input as a session takes it: identified as identify does, read whole
+// into the session's input buffer (named after the file) and given its
+// camera. False after one error line naming the file.
+struct SessionInput
+{
+    Identification identification;
+    CameraChoice choice;
+};
+bool loadSessionInput(CameraBase &session, const Identifier &identifier, const Camera_Pool &pool,
+                      const QString &path, Reporter &reporter, SessionInput &input);
 
 // Runs the chosen camera over the session's input buffer in the session's
 // mode. The file-identifier camera does no whole runs of its own in default
