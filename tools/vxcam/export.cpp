@@ -131,7 +131,11 @@ int runExport(CommandContext &context)
                                 {QStringLiteral("streams"), stored},
                                 {QStringLiteral("format"), QLatin1String(formatName(serialFormat))},
                                 {QStringLiteral("pretty"), session.getPrettyPrint()}},
-                    QStringLiteral("%1: %2 streams (%3)").arg(archive).arg(stored).arg(QLatin1String(formatName(serialFormat))));
+                    QStringLiteral("%1: %2 stream%3 (%4)")
+                        .arg(archive)
+                        .arg(stored)
+                        .arg(stored == 1 ? "" : "s")
+                        .arg(QLatin1String(formatName(serialFormat))));
     return reporter.errorCount() == 0 ? 0 : 1;
 }
 

@@ -135,11 +135,12 @@ void RunFindings::addTo(QJsonObject &object, VX2_RetStatus status) const
 
 QString RunFindings::summary(VX2_RetStatus status) const
 {
-    QString text = QStringLiteral("%1 (%2 content, %3 sanitised, %4 issues")
+    QString text = QStringLiteral("%1 (%2 content, %3 sanitised, %4 issue%5")
                        .arg(verdict(status))
                        .arg(contents)
                        .arg(sanitised)
-                       .arg(issues);
+                       .arg(issues)
+                       .arg(issues == 1 ? "" : "s");
     if (!firstIssue.isEmpty())
         text += QStringLiteral(": \"%1\"").arg(firstIssue);
     return text + QLatin1Char(')');
