@@ -4,43 +4,21 @@
 // camera, validated and written. Entries ending in .xml are read as XML,
 // others as SISL. A crash, hang, leak or runaway allocation is a finding.
 
+#include "treecameras.h"
+
 #include "buffers/MemoryBuffer.h"
-#include "cameras/camera_pool.h"
 #include "cameras/camerabase.h"
 #include "ucp/importtreedata.h"
 #include "ucp_engine/BDDLStructBase.h"
 
-#include <QFile>
-#include <QTemporaryDir>
-#include <QtGlobal>
 
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 
-namespace {
-
-void quiet(QtMsgType, const QMessageLogContext &, const QString &) {}
-
-// The modules are copied under the names the seed archives give as camera names.
-Camera_Pool &pool()
-{
-    static QTemporaryDir directory;
-    static const std::unique_ptr<Camera_Pool> made = [] {
-        qInstallMessageHandler(quiet);
-        if (!QFile::copy(QStringLiteral(VX_FILEIDENTIFIER_MODULE), directory.filePath("libfileidentifier.so"))
-            || !QFile::copy(QStringLiteral(VX_TREE_CAMERA_MODULE), directory.filePath("libvxtree.so")))
-            std::abort();
-        return std::make_unique<Camera_Pool>(directory.path());
-    }();
-    return *made;
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Camera_Pool &cameras = pool();
+    Camera_Pool &cameras = treeCameraPool();
     const long blocks = countOfBlocksAllocated();
     {
         CameraBase session(&cameras);

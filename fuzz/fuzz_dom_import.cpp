@@ -5,50 +5,24 @@
 // must validate and write without trouble, and every node it held must be
 // freed with it. A crash, hang, leak or runaway allocation is a finding.
 
+#include "treecameras.h"
+
 #include "buffers/MemoryBuffer.h"
-#include "cameras/camera_pool.h"
 #include "cameras/camerabase.h"
 #include "ucp/serialdatareaderwriter.h"
 #include "ucp/ucpserialization.h"
 #include "ucp_engine/BDDLStructBase.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
-#include <QtGlobal>
 
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 
-namespace {
-
-void quiet(QtMsgType, const QMessageLogContext &, const QString &) {}
-
-// The modules are copied under the names the seed streams give as camera names.
-Camera_Pool &pool()
-{
-    static QTemporaryDir directory;
-    static const std::unique_ptr<Camera_Pool> made = [] {
-        qInstallMessageHandler(quiet);
-        if (!QFile::copy(QStringLiteral(VX_FILEIDENTIFIER_MODULE), directory.filePath("libfileidentifier.so"))
-            || !QFile::copy(QStringLiteral(VX_TREE_CAMERA_MODULE), directory.filePath("libvxtree.so")))
-            std::abort();
-        auto loaded = std::make_unique<Camera_Pool>(directory.path());
-        if (loaded->getListOfCameraNames().size() != 2)
-            std::abort();
-        return loaded;
-    }();
-    return *made;
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size == 0)
         return 0;
-    Camera_Pool &cameras = pool();
+    Camera_Pool &cameras = treeCameraPool();
     const long blocks = countOfBlocksAllocated();
     {
         CameraBase session(&cameras);

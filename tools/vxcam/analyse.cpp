@@ -12,7 +12,6 @@
 #include <QFileInfo>
 #include <QJsonObject>
 
-#include <exception>
 #include <memory>
 
 // vxcam analyse: one camera session per file. The file's type is identified
@@ -50,15 +49,8 @@ bool analyse(const QString &path, const QString &reportPath, const Options &opti
     const ft_t type = input.identification.type;
     const CameraChoice &choice = input.choice;
     VX2_RetStatus status = VX2_Fail;
-    try {
-        status = runChosenCamera(session, choice);
-    } catch (const std::exception &e) {
-        reporter.error(path, QStringLiteral("the camera failed: %1").arg(QString::fromUtf8(e.what())), path);
+    if (!runGuarded([&] { return runChosenCamera(session, choice); }, path, path, reporter, status))
         return false;
-    } catch (...) {
-        reporter.error(path, QStringLiteral("the camera failed"), path);
-        return false;
-    }
     if (!analysis.write(reportPath, path, reporter))
         return false;
 

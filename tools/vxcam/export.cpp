@@ -12,7 +12,6 @@
 
 #include <QJsonObject>
 
-#include <exception>
 #include <memory>
 
 // vxcam export: one export-mode session over all the files. Each file is
@@ -40,15 +39,8 @@ bool exportFile(CameraBase &session, const QString &path, Camera_Pool &pool, con
     const int before = session.exporter().streamCounter();
     VX2_RetStatus status = VX2_Fail;
     DiagnosticLines diagnostics;
-    try {
-        status = runChosenCamera(session, choice);
-    } catch (const std::exception &e) {
-        reporter.error(path, QStringLiteral("the camera failed: %1").arg(QString::fromUtf8(e.what())), path);
+    if (!runGuarded([&] { return runChosenCamera(session, choice); }, path, path, reporter, status))
         return false;
-    } catch (...) {
-        reporter.error(path, QStringLiteral("the camera failed"), path);
-        return false;
-    }
     if (isVX2_RetStatusFail(status) || session.exporter().streamCounter() == before) {
         const QString why = diagnostics.failure();
         reporter.error(path, QStringLiteral("not exported: %1 could not read and validate it%2")

@@ -13,7 +13,6 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 
-#include <exception>
 #include <memory>
 
 // vxcam import: every stream of an export archive is rebuilt by its camera,
@@ -103,12 +102,9 @@ public:
         input->m_name = stream.toStdString();
         VX2_RetStatus status = VX2_Fail;
         DiagnosticLines diagnostics;
-        try {
-            status = session.finalPush(session.camera(), input, session.outputBuffer(), ft_unknown);
-        } catch (const std::exception &e) {
-            m_reporter.error(subject, QStringLiteral("the camera failed: %1").arg(QString::fromUtf8(e.what())), entry);
+        const auto push = [&] { return session.finalPush(session.camera(), input, session.outputBuffer(), ft_unknown); };
+        if (!runGuarded(push, subject, entry, m_reporter, status))
             return false;
-        }
         const RunFindings findings = RunFindings::of(session.analysis());
         const QString reportPath = !m_options.report.isEmpty() ? m_options.report
                                    : m_options.reportDir.isEmpty() ? QString()

@@ -13,6 +13,7 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <exception>
 #include <utility>
 
 std::unique_ptr<Camera_Pool> openCameraPool(const QString &directory, const QString &subject, Reporter &reporter)
@@ -87,6 +88,20 @@ VX2_RetStatus runChosenCamera(CameraBase &session, const CameraChoice &choice)
     }
     camera->deinitialiseCamera();
     return status;
+}
+
+bool runGuarded(const std::function<VX2_RetStatus()> &run, const QString &subject, const QString &path,
+                Reporter &reporter, VX2_RetStatus &status)
+{
+    try {
+        status = run();
+        return true;
+    } catch (const std::exception &e) {
+        reporter.error(subject, QStringLiteral("the camera failed: %1").arg(QString::fromUtf8(e.what())), path);
+    } catch (...) {
+        reporter.error(subject, QStringLiteral("the camera failed"), path);
+    }
+    return false;
 }
 
 RunFindings RunFindings::of(const RepositoryComponents::DocumentAnalysis &analysis)

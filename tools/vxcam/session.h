@@ -14,6 +14,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 
 class CameraBase;
@@ -50,6 +51,11 @@ bool loadSessionInput(CameraBase &session, const Identifier &identifier, const C
 // file is read and validated and the analysis says what it holds. Throws
 // what the camera throws.
 VX2_RetStatus runChosenCamera(CameraBase &session, const CameraChoice &choice);
+
+// Runs `run`, turning what it throws into one error line naming `path`
+// under `subject`. False when it threw.
+bool runGuarded(const std::function<VX2_RetStatus()> &run, const QString &subject, const QString &path,
+                Reporter &reporter, VX2_RetStatus &status);
 
 // What a run's analysis recorded, and the run's verdict in a word.
 struct RunFindings
