@@ -358,7 +358,10 @@ bool UCPSerialization::readSerialisedCameraTreeFromDOM(SerialDataReaderWriter *r
     }
     // A camera half built from a bad stream is of no use to anybody.
     m_document.reset();
-    m_ownedCamera.reset();
+    if (m_ownedCamera) {
+        m_ownedCamera->deinitialiseCamera();
+        m_ownedCamera.reset();
+    }
     m_camera = nullptr;
     return false;
 }
