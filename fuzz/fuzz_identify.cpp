@@ -1,16 +1,49 @@
-// Identification over arbitrary bytes: any answer is fine, a crash, hang or
-// runaway allocation is not, and the cursor must end at 0.
+// Identification over arbitrary bytes: the archive dispatcher, and the
+// container kinds read the way vxcam reads files (a zip archive through a
+// device, a compound file's root entries). Any answer is fine; a crash,
+// hang or runaway allocation is not, and the dispatcher's cursor must end
+// at 0.
 
 #include "buffers/MemoryBuffer.h"
+#include "cameras/filetype.h"
+#include "containers/ZipUtils.h"
+#include "containers/pole.h"
 #include "fileidentification.h"
 
+#include <QIODevice>
 #include <QtGlobal>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
+
 void quiet(QtMsgType, const QMessageLogContext &, const QString &) {}
+
+// A file-like device over the input: not a buffer, so the archive is read
+// through the device as a file is.
+class BytesDevice : public QIODevice
+{
+public:
+    BytesDevice(const uint8_t *data, size_t size) : m_data(data), m_size(qint64(size)) {}
+    qint64 size() const override { return m_size; }
+
+protected:
+    qint64 readData(char *data, qint64 max) override
+    {
+        const qint64 count = std::min(max, m_size - pos());
+        std::memcpy(data, m_data + pos(), size_t(count));
+        return count;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    const uint8_t *m_data;
+    qint64 m_size;
+};
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -30,5 +63,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     if (size >= 512)
         FileIdentifier::is_tar(data, size);
+
+    const FileType registry;
+    {
+        BytesDevice device(data, size);
+        device.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+        ZipUtils::Unzip package;
+        package.setListLimit(1 << 20);
+        if (package.open(&device)) {
+            const ContainerKind kind = registry.describeOpcPackage(package);
+            if (kind.row && kind.row->fileType != kind.type)
+                std::abort(); // the exact kind belongs to the family
+        }
+    }
+    {
+        POLE::Storage storage(&buffer);
+        try {
+            if (storage.open(false, false))
+                registry.describeCompoundFile(storage);
+        } catch (const char *) {
+            // a damaged directory's names: reported by a text, as callers expect
+        }
+    }
     return 0;
 }
