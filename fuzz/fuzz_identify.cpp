@@ -4,46 +4,21 @@
 // hang or runaway allocation is not, and the dispatcher's cursor must end
 // at 0.
 
+#include "bytesdevice.h"
+
 #include "buffers/MemoryBuffer.h"
 #include "cameras/filetype.h"
 #include "containers/ZipUtils.h"
 #include "containers/pole.h"
 #include "fileidentification.h"
 
-#include <QIODevice>
 #include <QtGlobal>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 
 namespace {
-
 void quiet(QtMsgType, const QMessageLogContext &, const QString &) {}
-
-// A file-like device over the input: not a buffer, so the archive is read
-// through the device as a file is.
-class BytesDevice : public QIODevice
-{
-public:
-    BytesDevice(const uint8_t *data, size_t size) : m_data(data), m_size(qint64(size)) {}
-    qint64 size() const override { return m_size; }
-
-protected:
-    qint64 readData(char *data, qint64 max) override
-    {
-        const qint64 count = std::min(max, m_size - pos());
-        std::memcpy(data, m_data + pos(), size_t(count));
-        return count;
-    }
-    qint64 writeData(const char *, qint64) override { return -1; }
-
-private:
-    const uint8_t *m_data;
-    qint64 m_size;
-};
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -67,7 +42,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const FileType registry;
     {
         BytesDevice device(data, size);
-        device.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
         ZipUtils::Unzip package;
         package.setListLimit(1 << 20);
         if (package.open(&device)) {
