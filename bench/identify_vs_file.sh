@@ -20,7 +20,7 @@ repetitions=${2:-7}
 count=2000
 
 if [ ! -x "$build/tools/vxcam" ] || [ ! -f "$build/plugins/libzsignatures.so" ]; then
-  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVX_BUILD_TESTS=OFF -DVX_BUILD_BENCH=OFF >/dev/null
+  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
   cmake --build "$build" -j 2 --target vxcam fileidentifier signatures >/dev/null
 fi
 vxcam=("$build/tools/vxcam" --plugins "$build/plugins" identify)
