@@ -5,6 +5,8 @@
 
 #include <QDebug>
 #include <QFile>
+#include <QHash>
+#include <QPair>
 #include <QRegularExpression>
 #include <QTextStream>
 #include <QVector>
@@ -535,19 +537,21 @@ bool ContentManagement::readSettingsXml(QIODevice &device, QSettings *settings)
 bool ContentManagement::writeSettingsXml(QIODevice &device, const QSettings::SettingsMap &map)
 {
     XmlNode root(rootElementName(), nullptr);
+    // Children by case-folded name, so that finding a group takes the same
+    // time however many siblings it has.
+    QHash<QPair<const XmlNode *, QString>, XmlNode *> children;
     for (auto it = map.cbegin(); it != map.cend(); ++it) {
         XmlNode *node = &root;
         const QStringList parts = settingsKey(it.key()).split(QLatin1Char('/'), Qt::SkipEmptyParts);
+        // Deeper than a policy can be read back (and than a tree of nodes is
+        // safely torn down).
+        if (parts.size() > kMaxDepth)
+            return false;
         for (const QString &part : parts) {
-            XmlNode *next = nullptr;
-            for (QObject *child : node->children()) {
-                auto *candidate = static_cast<XmlNode *>(child);
-                if (candidate->name.compare(part, Qt::CaseInsensitive) == 0) {
-                    next = candidate;
-                    break;
-                }
-            }
-            node = next != nullptr ? next : new XmlNode(part, node);
+            XmlNode *&child = children[qMakePair(static_cast<const XmlNode *>(node), part.toCaseFolded())];
+            if (child == nullptr)
+                child = new XmlNode(part, node);
+            node = child;
         }
         node->value = it.value().toString();
     }

@@ -118,6 +118,8 @@ public:
     // US-ASCII or an ISO 8859 encoding.
     static bool readSettingsXml(QIODevice &device, QSettings::SettingsMap &map);
     static bool readSettingsXml(QIODevice &device, QSettings *settings);
+    // False for a key of more than 64 parts, which no policy document could
+    // hand back.
     static bool writeSettingsXml(QIODevice &device, const QSettings::SettingsMap &map);
 
     // The root element of the policy document.

@@ -194,6 +194,19 @@ TEST(ContentManagement, WriterReversesSiblingsAndReadsBack)
     const QByteArray mixed = written({{"Sys/a", "1"}, {"sys/b", "2"}});
     EXPECT_EQ(mixed.count("<Sys>"), 1) << mixed.constData();
     EXPECT_EQ(mixed.count("<sys>"), 0) << mixed.constData();
+
+    // Fifty thousand siblings are grouped without comparing each with all the others.
+    QSettings::SettingsMap many;
+    for (int i = 0; i < 50000; ++i)
+        many.insert(QStringLiteral("group/k%1").arg(i), QStringLiteral("allow"));
+    EXPECT_EQ(readBack(written(many), ok), many);
+
+    // Keys deeper than a policy can be read back are refused.
+    QByteArray deep;
+    QBuffer device(&deep);
+    ASSERT_TRUE(device.open(QIODevice::WriteOnly));
+    const QString deepKey = QStringLiteral("a/").repeated(64) + QStringLiteral("a");
+    EXPECT_FALSE(ContentManagement::writeSettingsXml(device, QSettings::SettingsMap{{deepKey, QStringLiteral("x")}}));
 }
 
 // Both stores look keys up as settings do: either separator, empty parts ignored.
