@@ -125,7 +125,7 @@ public:
     // The root element of the policy document.
     static const QString &rootElementName();
 
-    static constexpr int maxEqualSigns = 4096;
+    static constexpr int maxEqualSigns = 1024;
 
 private:
     std::unique_ptr<PolicyStore> m_store;
