@@ -269,7 +269,7 @@ int main(int argc, char *argv[])
     }
 
     Reporter reporter(json);
-    CommandContext context{rest.mid(1), recursive, plugins.path, reporter};
+    CommandContext context{rest.mid(1), recursive, plugins.path, reporter, g_verbose};
     try {
         return command->run(context);
     } catch (const std::exception &e) {
