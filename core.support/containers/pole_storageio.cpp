@@ -396,7 +396,8 @@ bool StorageIO::loadTables()
 
     const uint64_t containerStart = m_dirtree.entry(0).start;
     const AllocTable::Walk container = m_bbat.follow(containerStart);
-    noteChain(QStringLiteral("the small-block container"), container, containerStart);
+    if (present.front()) // else the root's loss says it
+        noteChain(QStringLiteral("the small-block container"), container, containerStart);
     m_sb_blocks = container.blocks;
 
     if (!m_writeable) {

@@ -114,7 +114,7 @@ TEST(VxcamCfb, FailuresAreOneLineAndLeaveFilesAlone)
         {{"add", file, "/x", absent}, 1, "no such file"},
         {{"new", file}, 1, "already exists"},
         {{"cat", file}, 2, "cat takes 2 argument(s)"},
-        {{}, 2, "missing sub-command"},
+        {{}, 2, "missing verb"},
     };
     for (const auto &c : cases) {
         const VxcamRun run = cfb(c.arguments);
