@@ -49,11 +49,22 @@ uint64_t StreamIO::write(uint64_t pos, const unsigned char *data, uint64_t len)
     if (!m_io || data == nullptr || len == 0 || !m_io->writeable() || entry()->dir)
         return 0;
     const uint64_t end = SafeInt::add<uint64_t>(pos, len);
-    if (end > size())
-        setSize(end);
+    const uint64_t old = size();
+    if (end > old)
+        resize(end);
+    if (pos > old)
+        fillZeros(old, pos);
+    const uint64_t written = writeBlocks(pos, data, len);
+    m_pos = end;
+    return written;
+}
+
+// Allocates what the range needs and writes it; the size must cover it.
+uint64_t StreamIO::writeBlocks(uint64_t pos, const unsigned char *data, uint64_t len)
+{
     const bool small = isSmall();
     std::vector<uint64_t> &blocks = m_chain.blocks;
-    const uint64_t needed = (end - 1) / (small ? m_io->smallBlockSize() : m_io->bigBlockSize()) + 1;
+    const uint64_t needed = (pos + len - 1) / (small ? m_io->smallBlockSize() : m_io->bigBlockSize()) + 1;
     while (blocks.size() < needed) {
         if (small)
             m_io->addSmallBlock(blocks);
@@ -68,14 +79,34 @@ uint64_t StreamIO::write(uint64_t pos, const unsigned char *data, uint64_t len)
         m_io->dirtree().markDirty(m_entry);
     }
     m_cacheSize = 0;
-    m_pos = end;
     return written;
+}
+
+// Bytes a stream gains without being written are zeros: stale bytes of
+// blocks it had or reuses must not show through, and its chain must cover
+// its size, or other readers take the file for a damaged one.
+void StreamIO::fillZeros(uint64_t from, uint64_t to)
+{
+    static const std::vector<unsigned char> zeros(64 * 1024, 0);
+    while (from < to) {
+        const uint64_t n = std::min<uint64_t>(zeros.size(), to - from);
+        writeBlocks(from, zeros.data(), n);
+        from += n;
+    }
 }
 
 void StreamIO::setSize(uint64_t newSize)
 {
     if (!m_io || !m_io->writeable() || entry()->dir)
         return;
+    const uint64_t old = size();
+    resize(newSize);
+    if (newSize > old)
+        fillZeros(old, newSize);
+}
+
+void StreamIO::resize(uint64_t newSize)
+{
     const uint64_t current = size();
     const uint64_t threshold = m_io->threshold();
     if ((current < threshold) != (newSize < threshold)) {
@@ -83,7 +114,6 @@ void StreamIO::setSize(uint64_t newSize)
         // Only content under the threshold is ever kept, so this stays small.
         std::vector<unsigned char> kept(std::min(newSize, current));
         kept.resize(read(0, kept.data(), kept.size()));
-        const uint64_t savedPos = m_pos;
         m_io->freeChain(m_chain.blocks, current < threshold);
         m_chain = AllocTable::Walk();
         DirEntry *e = entry();
@@ -91,9 +121,9 @@ void StreamIO::setSize(uint64_t newSize)
         e->size = newSize;
         m_io->dirtree().markDirty(m_entry);
         if (!kept.empty())
-            write(0, kept.data(), kept.size());
-        if (savedPos <= newSize)
-            m_pos = savedPos;
+            writeBlocks(0, kept.data(), kept.size());
+        if (m_pos > newSize)
+            m_pos = newSize;
     } else if (newSize != current) {
         entry()->size = newSize;
         m_io->dirtree().markDirty(m_entry);

@@ -51,6 +51,9 @@ private:
     static constexpr size_t kCacheSize = 4096;
 
     bool isSmall() const;
+    void resize(uint64_t newSize);
+    uint64_t writeBlocks(uint64_t pos, const unsigned char *data, uint64_t len);
+    void fillZeros(uint64_t from, uint64_t to);
 
     StorageIO *m_io;
     uint64_t m_entry;

@@ -5,10 +5,14 @@
 #include "cfbtesttools.h"
 #include "qtprinters.h"
 
+#include <QBuffer>
 #include <QSet>
+#include <QTemporaryFile>
 #include <gtest/gtest.h>
 
 #include <functional>
+
+#include <unistd.h>
 
 using namespace cfbtest;
 
@@ -222,4 +226,140 @@ TEST(PoleRead, CyclicSiblingAndChildLinksAreWalkedOnce)
     EXPECT_EQ(f.storage.getEntriesMap().size(), 6);
     // Paths through the child cycle are bounded by the nesting limit.
     EXPECT_TRUE(f.storage.exists(QStringLiteral("/s2").repeated(51)));
+}
+
+// A file cut anywhere: each stream reads back whole, or is damaged and reads
+// back a true prefix of itself, or is lost with the file saying so; never
+// are bytes made up.
+TEST(PoleRead, TruncatedFilesNeverYieldInventedBytes)
+{
+    // The Office files keep their directory at the end, where a cut takes it
+    // first; the built one keeps it at the start, so cuts hit the streams.
+    const QByteArray built = buildCompoundFile({{"big", pattern(9000, 1)}, {"small", pattern(3000, 2)},
+                                                {"large", pattern(20000, 3)}, {"tiny", pattern(10, 4)}}).bytes;
+    int damagedSeen = 0;
+    for (const char *name : {"writer.doc", "calc.xls", "impress.ppt", "gsf-mixed.ole", "built"}) {
+        const QByteArray full = qstrcmp(name, "built") ? readFile(fixture(name)) : built;
+        Cfb whole(full);
+        ASSERT_TRUE(whole.storage.open()) << name;
+        ASSERT_EQ(difference(poleListing(whole), olefileListingOf(full)), QString()) << name;
+        QMap<QString, QByteArray> streams;
+        for (const QString &path : whole.storage.GetAllStreams("/"))
+            streams.insert(path, whole.read(path));
+
+        std::vector<int> sizes;
+        for (int at = 0; at < full.size(); at += 512)
+            sizes.insert(sizes.end(), {at, at + 1, at + 300});
+        for (int size : sizes) {
+            QByteArray cut = QByteArray::fromRawData(full.constData(), size);
+            QBuffer device(&cut);
+            POLE::Storage storage(&device);
+            bool opened = false;
+            thrownBy([&] { opened = storage.open(); }); // a name cut in half may be malformed
+            if (!opened)
+                continue;
+            const bool fileDamaged = !storage.damage().isEmpty();
+            for (auto it = streams.begin(); it != streams.end(); ++it) {
+                const QString what = QStringLiteral("%1 cut at %2: %3").arg(name).arg(size).arg(it.key());
+                if (!storage.exists(it.key())) {
+                    EXPECT_TRUE(fileDamaged) << qPrintable(what) << " is lost without a word";
+                    continue;
+                }
+                POLE::Stream stream(&storage, it.key());
+                QByteArray data(int(stream.size()), '\0');
+                data.resize(int(stream.read(reinterpret_cast<unsigned char *>(data.data()), stream.size())));
+                if (stream.damage().isEmpty()) {
+                    EXPECT_TRUE(data == it.value()) << qPrintable(what);
+                    EXPECT_FALSE(stream.fail()) << qPrintable(what);
+                } else {
+                    ++damagedSeen;
+                    EXPECT_TRUE(it.value().startsWith(data)) << qPrintable(what) << ": " << qPrintable(stream.damage());
+                    EXPECT_EQ(stream.fail(), data.size() < it.value().size()) << qPrintable(what);
+                }
+            }
+        }
+    }
+    EXPECT_GT(damagedSeen, 0);
+}
+
+TEST(PoleRead, NamesAreResolvedWithoutRegardToCaseOnlyWhenOneEntryMatches)
+{
+    BuiltFile built = buildCompoundFile({{"Workbook", "w"}, {"Data", "d1"}, {"DATA", "d2"}});
+    Cfb f(built.bytes);
+    ASSERT_TRUE(f.storage.open());
+    EXPECT_FALSE(f.storage.exists("/workbook")) << "lookups compare names exactly";
+    struct Case { const char *path; bool ok; const char *resolved; QStringList candidates; };
+    const Case cases[] = {
+        {"/workbook", true, "/Workbook", {}},
+        {"WORKBOOK", true, "/Workbook", {}},
+        {"/Data", true, "/Data", {}},
+        {"/data", false, "", {"/Data", "/DATA"}},
+        {"/workbook/x/y", true, "/Workbook/x/y", {}},
+        {"/missing/Part", true, "/missing/Part", {}},
+        {"/", true, "/", {}},
+    };
+    for (const Case &c : cases) {
+        QString resolved;
+        QStringList candidates;
+        EXPECT_EQ(f.storage.resolvePath(c.path, resolved, &candidates), c.ok) << c.path;
+        EXPECT_EQ(resolved, QLatin1String(c.resolved)) << c.path;
+        EXPECT_EQ(candidates, c.ok ? QStringList() : c.candidates) << c.path;
+    }
+    EXPECT_EQ(f.storage.damage(), QStringList{"/Data and /DATA: names that differ only in case"});
+}
+
+namespace {
+
+// Whether a type offers a dump of its state (the storage once printed its
+// tables to standard output).
+template <typename T, typename = void>
+struct HasDump : std::false_type {};
+template <typename T>
+struct HasDump<T, std::void_t<decltype(std::declval<const T &>().debug())>> : std::true_type {};
+
+// What the calls write to standard output (file descriptor 1).
+template <typename Calls>
+QByteArray standardOutputOf(Calls calls)
+{
+    QTemporaryFile capture;
+    if (!capture.open())
+        return "cannot capture";
+    fflush(stdout);
+    const int saved = dup(1);
+    dup2(capture.handle(), 1);
+    calls();
+    fflush(stdout);
+    dup2(saved, 1);
+    close(saved);
+    capture.seek(0);
+    return capture.readAll();
+}
+
+} // namespace
+
+// vxcam cat writes stream bytes to standard output: the storage must never add to them.
+TEST(PoleRead, NothingIsWrittenToStandardOutput)
+{
+    const BuiltFile built = buildCompoundFile({{"a", pattern(100, 1)}, {"b", pattern(9000, 2)}});
+    QByteArray damaged = built.bytes;
+    put32(damaged, built.dirEntryOffset(1) + 72, 1);
+    const QByteArray out = standardOutputOf([&] {
+        for (const QByteArray &bytes : {built.bytes, damaged, readFile(fixture("impress.ppt"))}) {
+            Cfb f(bytes);
+            f.storage.open(true, false);
+            f.storage.getEntriesMap();
+            f.storage.damage();
+            for (const QString &path : f.storage.GetAllStreams("/")) {
+                POLE::Stream(&f.storage, path).damage();
+                f.read(path);
+            }
+            f.add("/new", pattern(5000, 3));
+            f.storage.deleteByName("/a");
+            [](auto &storage) {
+                if constexpr (HasDump<std::decay_t<decltype(storage)>>::value)
+                    storage.debug();
+            }(f.storage);
+        }
+    });
+    EXPECT_TRUE(out.isEmpty()) << out.left(200).constData();
 }

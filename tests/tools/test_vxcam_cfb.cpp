@@ -126,3 +126,21 @@ TEST(VxcamCfb, FailuresAreOneLineAndLeaveFilesAlone)
     }
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 3) << "no temporary file is left";
 }
+
+TEST(VxcamCfb, ADirectoryOfOneLongSiblingChainIsListedInOnePass)
+{
+    // 100 000 streams, each the right sibling of the one before: every
+    // lookup that walks the chain makes a listing take minutes.
+    const int count = 100000;
+    std::vector<BuiltStream> streams;
+    for (int i = 0; i < count; ++i)
+        streams.push_back({QStringLiteral("s%1").arg(i, 6, 10, QLatin1Char('0')), QByteArray()});
+    QTemporaryDir dir;
+    const QString file = fileIn(dir, QStringLiteral("chain.cfb"), buildCompoundFile(streams, 12).bytes);
+    const VxcamRun ls = cfb({"ls", file});
+    ASSERT_EQ(ls.exitCode, 0) << ls.err.left(500).constData();
+    EXPECT_EQ(ls.out.count('\n'), count + 1);
+    EXPECT_TRUE(QString::fromUtf8(ls.out.right(100)).contains(QRegularExpression("\n  s099999 +0\n$")));
+    const VxcamRun all = cfb({"cat", file, "--all"});
+    EXPECT_EQ(all.exitCode, 0) << all.err.left(500).constData();
+}
