@@ -134,6 +134,22 @@ uint64_t StorageIO::readAt(uint64_t offset, unsigned char *data, uint64_t len)
     return got;
 }
 
+// Writes all of the range, so that a write the device cut short (a file
+// limit, a full disk) is tried again and fails with the device's reason.
+bool StorageIO::writeAll(const unsigned char *data, uint64_t len, uint64_t offset)
+{
+    for (uint64_t done = 0; done < len;) {
+        const qint64 n = m_device->write(reinterpret_cast<const char *>(data + done), qint64(len - done));
+        if (n <= 0) {
+            noteError(QStringLiteral("cannot write at %1").arg(offset + done));
+            return false;
+        }
+        done += uint64_t(n);
+        m_filesize = std::max(m_filesize, offset + done);
+    }
+    return true;
+}
+
 void StorageIO::writeAt(uint64_t offset, const unsigned char *data, uint64_t len)
 {
     if (!m_writeable || len == 0)
@@ -142,24 +158,18 @@ void StorageIO::writeAt(uint64_t offset, const unsigned char *data, uint64_t len
     // filling the gap by writing lets it grow geometrically.
     const uint64_t size = uint64_t(m_device->size());
     if (offset > size && m_device->seek(qint64(size))) {
-        for (uint64_t gap = offset - size; gap > 0;) {
-            const uint64_t n = std::min<uint64_t>(gap, zeros().size());
-            if (m_device->write(reinterpret_cast<const char *>(zeros().data()), qint64(n)) != qint64(n)) {
-                noteError(QStringLiteral("cannot write at %1").arg(offset - gap));
+        for (uint64_t at = size; at < offset;) {
+            const uint64_t n = std::min<uint64_t>(offset - at, zeros().size());
+            if (!writeAll(zeros().data(), n, at))
                 return;
-            }
-            gap -= n;
+            at += n;
         }
     }
     if (!m_device->seek(qint64(offset))) {
         noteError(QStringLiteral("cannot seek to %1").arg(offset));
         return;
     }
-    const qint64 n = m_device->write(reinterpret_cast<const char *>(data), qint64(len));
-    if (n != qint64(len))
-        noteError(QStringLiteral("cannot write at %1").arg(offset));
-    if (n > 0)
-        m_filesize = std::max(m_filesize, offset + uint64_t(n));
+    writeAll(data, len, offset);
 }
 
 std::vector<unsigned char> StorageIO::loadTableChain(const std::vector<uint64_t> &chain, const QString &what)

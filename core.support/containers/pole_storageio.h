@@ -96,6 +96,7 @@ private:
     // Reads what the file holds of the range; returns the bytes read.
     uint64_t readAt(uint64_t offset, unsigned char *data, uint64_t len);
     void writeAt(uint64_t offset, const unsigned char *data, uint64_t len);
+    bool writeAll(const unsigned char *data, uint64_t len, uint64_t offset);
     void noteError(const QString &fallback);
     uint64_t sectorOffset(uint64_t sector) const { return (sector + 1) << m_header.b_shift; }
     // Reads the sectors of a table's chain; bytes the file lacks read as free entries.
