@@ -185,7 +185,7 @@ QString StreamIO::damage() const
             why = QStringLiteral("its chain loops back to %1 %2 %3").arg(unit).arg(m_chain.stoppedAt).arg(after);
             break;
         case ChainEnd::Shared:
-            why = QStringLiteral("its chain runs into %1 %2 %3").arg(m_io->ownerName(m_chain.sharedWith)).arg(after);
+            why = QStringLiteral("its chain runs into %1 %2").arg(m_io->ownerName(m_chain.sharedWith)).arg(after);
             break;
         case ChainEnd::LeavesTable:
             why = m_chain.stoppedAt < m_io->claimedEntries(small)
