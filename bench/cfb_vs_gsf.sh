@@ -44,7 +44,7 @@ for i, size in enumerate(sizes):
     with open(os.path.join(root, f"d{i % 10}", f"s{i}"), "wb") as f:
         f.write(rng.randbytes(size))
 PY
-(cd "$work/tree" && gsf createole "$work/file.cfb" large d0 d1 d2 d3 d4 d5 d6 d7 d8 d9 >/dev/null)
+(cd "$work/tree" && gsf createole "$work/file.cfb" large d0 d1 d2 d3 d4 d5 d6 d7 d8 d9 >/dev/null 2>&1)
 echo "file: $(stat -c %s "$work/file.cfb") bytes, $(gsf list "$work/file.cfb" | grep -c '^f') streams"
 
 # Every stream in the order vxcam lists them, for gsf to write in the same order.

@@ -480,7 +480,8 @@ QStringList DirTree::check(int limit) const
     if (n == 0)
         return problems.lines();
     if (m_rootType != 5)
-        problems.add(QStringLiteral("the root entry has type %1, not 5; it is read as the root storage").arg(m_rootType));
+        problems.add(
+            QStringLiteral("the root entry has type %1, not 5; it is read as the root storage").arg(m_rootType));
     if (m_lost > 0)
         problems.add(QStringLiteral("%1 directory entries lie beyond the end of the file").arg(m_lost));
 
@@ -505,7 +506,9 @@ QStringList DirTree::check(int limit) const
             if (link == Avail || link == 0)
                 return;
             if (link >= n) {
-                problems.add(QStringLiteral("%1: a link to entry %2, which the directory does not hold").arg(where).arg(link));
+                problems.add(QStringLiteral("%1: a link to entry %2, which the directory does not hold")
+                                 .arg(where)
+                                 .arg(link));
                 return;
             }
             if (reached[link]) {
@@ -557,7 +560,8 @@ QStringList DirTree::check(int limit) const
     if (orphanCount > 0)
         problems.add(QStringLiteral("%1 entries are not reachable from the root (%2%3)")
                          .arg(orphanCount)
-                         .arg(orphans.join(QStringLiteral(", ")), orphanCount > 3 ? QStringLiteral(", ...") : QString()));
+                         .arg(orphans.join(QStringLiteral(", ")),
+                              orphanCount > 3 ? QStringLiteral(", ...") : QString()));
     return problems.lines();
 }
 

@@ -315,7 +315,8 @@ bool StorageIO::loadTables()
     const uint64_t entriesPerSector = bs / 4;
     // A table cannot have more sectors than the file.
     if (m_header.num_bat > fileSectors() || m_header.num_mbat > fileSectors()) {
-        noteDamage(QStringLiteral("the header claims %1 allocation-table and %2 meta-table sectors; the file holds %3 sectors")
+        noteDamage(QStringLiteral("the header claims %1 allocation-table and %2 meta-table sectors; "
+                                  "the file holds %3 sectors")
                        .arg(m_header.num_bat)
                        .arg(m_header.num_mbat)
                        .arg(fileSectors()));

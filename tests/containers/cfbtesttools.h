@@ -294,7 +294,8 @@ inline BuiltFile buildCompoundFile(const std::vector<BuiltStream> &streams, int 
     for (const auto &field :
          {std::make_pair(24, 0x3E), {26, sectorShift == 12 ? 4 : 3}, {28, 0xFFFE}, {30, sectorShift}, {32, 6}})
         put16(b, field.first, uint16_t(field.second));
-    for (const auto &field : {std::make_pair(40, sectorShift == 12 ? uint32_t(dirSectors) : 0u), {44, uint32_t(batSectors)},
+    for (const auto &field : {std::make_pair(40, sectorShift == 12 ? uint32_t(dirSectors) : 0u),
+                              {44, uint32_t(batSectors)},
                               {48, uint32_t(f.firstDirSector)}, {56, 4096u},
                               {60, minifatSectors ? uint32_t(f.firstMinifatSector) : end},
                               {64, uint32_t(minifatSectors)},

@@ -149,7 +149,9 @@ TEST(PoleRead, DamagedFilesEndInShortReadsThatSayWhy)
              put32(b, built.dirEntryOffset(2) + 120, 5000);
              put32(b, built.dirEntryOffset(2) + 116, bigStart + 14);
          },
-         sound[0], {QByteArray(), "its chain runs into the blocks of \"big\" after 0 of 10 sectors (0 of 5000 bytes readable)"}, ""},
+         sound[0],
+         {QByteArray(), "its chain runs into the blocks of \"big\" after 0 of 10 sectors (0 of 5000 bytes readable)"},
+         ""},
         {"the directory leads to itself",
          [&](QByteArray &b) {
              put32(b, built.batEntryOffset(uint32_t(built.firstDirSector)), uint32_t(built.firstDirSector));
@@ -186,7 +188,8 @@ TEST(PoleRead, DamagedFilesEndInShortReadsThatSayWhy)
         const QString fileDamage = f.storage.damage().join('\n');
         EXPECT_EQ(fileDamage.isEmpty(), !*c.file) << c.what << ": " << qPrintable(fileDamage);
         EXPECT_TRUE(fileDamage.contains(QLatin1String(c.file))) << c.what << ": " << qPrintable(fileDamage);
-        for (const auto &stream : {qMakePair(QStringLiteral("/big"), c.big), qMakePair(QStringLiteral("/small"), c.small)}) {
+        for (const auto &stream :
+             {qMakePair(QStringLiteral("/big"), c.big), qMakePair(QStringLiteral("/small"), c.small)}) {
             const Read &expected = stream.second;
             if (expected.damage == nullptr) {
                 EXPECT_FALSE(f.storage.exists(stream.first)) << c.what << ": " << qPrintable(stream.first);

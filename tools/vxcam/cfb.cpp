@@ -276,7 +276,8 @@ int runLs(const QString &file, Reporter &reporter)
             }
             QJsonObject object{{QStringLiteral("file"), file},
                                {QStringLiteral("path"), entry.path},
-                               {QStringLiteral("kind"), entry.isStorage ? QStringLiteral("storage") : QStringLiteral("stream")},
+                               {QStringLiteral("kind"),
+                                entry.isStorage ? QStringLiteral("storage") : QStringLiteral("stream")},
                                {QStringLiteral("size"), size},
                                {QStringLiteral("clsid"), clsid}};
             if (!damage.isEmpty())
@@ -384,7 +385,8 @@ int runInfo(const QString &file, Reporter &reporter)
                      .arg(h.numSbat)
                      .arg(h.mbatStart)
                      .arg(h.numMbat);
-        lines << QStringLiteral("  directory entries %1 (%2 unused), BAT entries %3 (%4 free), SBAT entries %5 (%6 free)")
+        lines << QStringLiteral("  directory entries %1 (%2 unused), BAT entries %3 (%4 free), "
+                                "SBAT entries %5 (%6 free)")
                      .arg(dir)
                      .arg(unusedDir)
                      .arg(bat)
@@ -452,7 +454,10 @@ int runExtract(const QString &file, const QString &directory, Reporter &reporter
         }
         reporter.endBatch();
         if (!reporter.json())
-            reporter.result({}, QStringLiteral("%1: %2 streams extracted into %3").arg(file).arg(extracted).arg(directory));
+            reporter.result({}, QStringLiteral("%1: %2 streams extracted into %3")
+                                    .arg(file)
+                                    .arg(extracted)
+                                    .arg(directory));
         return true;
     });
 }
@@ -515,7 +520,9 @@ int runAdd(const QString &file, const QString &pathArgument, const QString &sour
         if (storage.exists(path))
             storage.deleteByName(path);
         if (!storage.addEntry(path, source)) {
-            reporter.error(file, QStringLiteral("cannot store %1 (is a part of the path a stream?)").arg(escapeName(path)), file);
+            reporter.error(file,
+                           QStringLiteral("cannot store %1 (is a part of the path a stream?)").arg(escapeName(path)),
+                           file);
             return false;
         }
         return true;

@@ -334,7 +334,8 @@ bool createNewFile(const QString &path, const std::function<bool(QFile &, QStrin
         TempFile temp;
         QFile file;
         const bool created = temp.create(dir, baseName(encoded), 0666, error);
-        if (created && !file.open(temp.fd(), QIODevice::ReadWrite | QIODevice::Unbuffered, QFileDevice::DontCloseHandle)) {
+        const QIODevice::OpenMode mode = QIODevice::ReadWrite | QIODevice::Unbuffered;
+        if (created && !file.open(temp.fd(), mode, QFileDevice::DontCloseHandle)) {
             error = file.errorString();
         } else if (created) {
             ok = write(file, error);
