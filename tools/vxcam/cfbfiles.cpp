@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include <fcntl.h>
@@ -128,11 +129,11 @@ public:
             m_name = stem + QByteArray::number(QRandomGenerator::global()->generate(), 36);
             std::strncpy(g_tempName, m_name.constData(), NAME_MAX);
             g_tempDir = dir;
-            g_tempActive = 1;
             m_fd = openat(dir, m_name.constData(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-            if (m_fd >= 0)
+            if (m_fd >= 0) {
+                g_tempActive = 1;
                 return true;
-            g_tempActive = 0;
+            }
             if (errno != EEXIST)
                 break;
         }
@@ -214,7 +215,14 @@ LockedEdit::~LockedEdit()
 
 bool LockedEdit::begin(const QString &path, QString &error)
 {
-    m_path = QFile::encodeName(path);
+    // A link is followed, so that the file it names is changed and the link stays.
+    char *real = realpath(QFile::encodeName(path).constData(), nullptr);
+    if (real == nullptr) {
+        error = systemError(errno);
+        return false;
+    }
+    m_path = real;
+    std::free(real);
     m_name = baseName(m_path);
     // Editors replace the file, so a lock taken on the file one found may be
     // on a file that another edit has just replaced: lock, then make sure
