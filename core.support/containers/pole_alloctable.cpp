@@ -47,17 +47,6 @@ void AllocTable::noteFree(uint64_t index)
     m_freeHint = std::min(m_freeHint, index);
 }
 
-uint32_t AllocTable::nextWalk() const
-{
-    if (m_passed.size() < m_data.size())
-        m_passed.resize(m_data.size(), 0);
-    if (++m_walk == 0) {
-        std::fill(m_passed.begin(), m_passed.end(), 0);
-        m_walk = 1;
-    }
-    return m_walk;
-}
-
 AllocTable::Walk AllocTable::follow(uint64_t start, uint64_t limit, std::vector<uint32_t> *owners,
                                     uint32_t self) const
 {
@@ -73,12 +62,12 @@ AllocTable::Walk AllocTable::follow(uint64_t start, uint64_t limit, std::vector<
         walk.end = start == Eof || start == Avail ? ChainEnd::EndOfChain : ChainEnd::LeavesTable;
         return walk;
     }
-    const uint32_t mark = nextWalk();
+    const uint32_t mark = m_marks.start(n);
     if (owners != nullptr && owners->size() < n)
         owners->resize(n, 0);
     for (uint64_t p = start;;) {
         walk.stoppedAt = p;
-        if (m_passed[p] == mark) {
+        if (m_marks.passed(p, mark)) {
             walk.end = ChainEnd::Loops;
             break;
         }
@@ -91,7 +80,7 @@ AllocTable::Walk AllocTable::follow(uint64_t start, uint64_t limit, std::vector<
             }
             owner = self;
         }
-        m_passed[p] = mark;
+        m_marks.pass(p, mark);
         walk.blocks.push_back(p);
         if (walk.blocks.size() == limit) {
             walk.end = ChainEnd::Complete;

@@ -5,6 +5,7 @@
 // block of its chain.
 
 #include "containers/pole_format.h"
+#include "containers/pole_walkmarks.h"
 
 #include <set>
 #include <vector>
@@ -75,7 +76,6 @@ public:
 
 private:
     void noteFree(uint64_t index);
-    uint32_t nextWalk() const;
 
     std::vector<uint64_t> m_data;
     std::set<uint64_t> m_dirty;
@@ -84,10 +84,7 @@ private:
     // free one never starts over.
     bool m_maybeFree = true;
     uint64_t m_freeHint = 0;
-    // Blocks passed by the current walk carry its number: loops are found
-    // without clearing a bitmap for every walk.
-    mutable std::vector<uint32_t> m_passed;
-    mutable uint32_t m_walk = 0;
+    mutable WalkMarks m_marks;
 };
 
 } // namespace POLE

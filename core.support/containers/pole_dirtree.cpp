@@ -86,17 +86,6 @@ void DirTree::clear()
     markDirty(0);
 }
 
-uint32_t DirTree::nextWalk() const
-{
-    if (m_passed.size() < m_entries.size())
-        m_passed.resize(m_entries.size(), 0);
-    if (++m_walk == 0) {
-        std::fill(m_passed.begin(), m_passed.end(), 0);
-        m_walk = 1;
-    }
-    return m_walk;
-}
-
 uint64_t DirTree::find(const QString &path) const
 {
     if (path.isEmpty() || m_entries.empty())
@@ -153,12 +142,12 @@ std::vector<uint64_t> DirTree::children(uint64_t index) const
     std::vector<uint64_t> result;
     if (index >= m_entries.size() || !m_entries[index].valid)
         return result;
-    const uint32_t mark = nextWalk();
+    const uint32_t mark = m_marks.start(m_entries.size());
     std::vector<uint64_t> stack;
     uint64_t current = m_entries[index].child;
     for (;;) {
-        while (isLink(current) && m_passed[current] != mark) {
-            m_passed[current] = mark;
+        while (isLink(current) && !m_marks.passed(current, mark)) {
+            m_marks.pass(current, mark);
             stack.push_back(current);
             current = m_entries[current].prev;
         }
@@ -347,14 +336,14 @@ uint64_t DirTree::findSiblingOf(uint64_t index, uint64_t parent) const
         i = DirEntry::compare(e.name, target.name) < 0 ? e.next : e.prev;
     }
     // Not ordered the way we compare: look at every node of the tree.
-    const uint32_t mark = nextWalk();
+    const uint32_t mark = m_marks.start(m_entries.size());
     std::vector<uint64_t> stack{m_entries[parent].child};
     while (!stack.empty()) {
         const uint64_t n = stack.back();
         stack.pop_back();
-        if (!isLink(n) || m_passed[n] == mark)
+        if (!isLink(n) || m_marks.passed(n, mark))
             continue;
-        m_passed[n] = mark;
+        m_marks.pass(n, mark);
         if (m_entries[n].prev == index || m_entries[n].next == index)
             return n;
         stack.push_back(m_entries[n].prev);

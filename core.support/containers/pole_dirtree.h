@@ -4,6 +4,7 @@
 // whose sibling links form one binary tree per storage.
 
 #include "containers/pole_format.h"
+#include "containers/pole_walkmarks.h"
 
 #include <QHash>
 #include <QMultiHash>
@@ -108,7 +109,6 @@ private:
     uint64_t closestSibling(uint64_t parent, const QString &name) const;
     uint64_t findSiblingOf(uint64_t index, uint64_t parent) const;
     void saveEntry(uint64_t index, unsigned char *p);
-    uint32_t nextWalk() const;
 
     std::vector<DirEntry> m_entries;
     std::set<uint64_t> m_dirty;
@@ -117,8 +117,7 @@ private:
     unsigned m_rootType = 5;    // the root entry's type as loaded
     uint64_t m_lost = 0;        // entries that lie outside the file
     mutable std::unordered_map<uint64_t, ChildIndex> m_index;
-    mutable std::vector<uint32_t> m_passed; // see AllocTable
-    mutable uint32_t m_walk = 0;
+    mutable WalkMarks m_marks;
 };
 
 } // namespace POLE
