@@ -1,13 +1,11 @@
 // vxcam cfb: looks into compound files and changes them. See kHelp for the
 // verbs. Files are read in place, through the storage over the file itself.
 
-#include "cfb.h"
 #include "cfbfiles.h"
 #include "command.h"
-#include "inputs.h"
 #include "reporter.h"
 
-#include "buffers/MemoryBuffer.h"
+#include "cameras/filetype.h"
 #include "containers/pole.h"
 
 #include <QJsonObject>
@@ -344,10 +342,10 @@ int runInfo(const QString &file, Reporter &reporter)
         const POLE::HeaderInfo h = storage.headerInfo();
         uint64_t dir, unusedDir, bat, freeBat, sbat, freeSbat;
         storage.GetStats(dir, unusedDir, bat, freeBat, sbat, freeSbat);
-        // The sub-type determination works on a whole file in memory.
-        QString reason;
-        MemoryBuffer buffer;
-        const ft_t subtype = loadFile(file, buffer, reporter) ? compoundFileSubType(buffer, &reason) : ft_unknown;
+        const ContainerKind kind = FileType().describeCompoundFile(storage);
+        const ft_t subtype = kind.type;
+        const QString reason = kind.reason != nullptr && subtype != ft_unknown ? QString::fromLatin1(kind.reason)
+                                                                                : QString();
         const QJsonObject object{
             {QStringLiteral("file"), file},
             {QStringLiteral("sector_size"), qint64(1) << h.bigBlockShift},
@@ -631,21 +629,3 @@ const CommandRegistrar registration({kCommand, "cfb VERB FILE [PATH [SOURCE] | D
                                      "look into compound files and change them", runCfb, kHelp});
 
 } // namespace
-
-ft_t compoundFileSubType(MemoryBuffer &buffer, QString *reason)
-{
-    // The structure root is only checked for being there.
-    static int placeholderRoot;
-    const char *method = nullptr;
-    ft_t type = ft_unknown;
-    try {
-        type = FileType().determineCfbSubType(&buffer, &method,
-                                              reinterpret_cast<BDDLStructBase_Root *>(&placeholderRoot));
-    } catch (const char *) {
-        type = ft_unknown; // a damaged directory: no sub-type
-    }
-    buffer.seek(0, MBSeekStart);
-    if (reason != nullptr)
-        *reason = method != nullptr && type != ft_unknown ? QString::fromLatin1(method) : QString();
-    return type;
-}
