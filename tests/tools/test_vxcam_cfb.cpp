@@ -334,6 +334,9 @@ TEST(VxcamCfb, CatAllAndExtractGiveEveryStream)
     EXPECT_EQ(extract.out, file.toUtf8() + ": 5 streams extracted into " + out.toUtf8() + "\n");
     EXPECT_TRUE(readFile(out + "/docs/small4095.bin") == cfb({"cat", file, "/docs/small4095.bin"}).out);
     EXPECT_TRUE(QFileInfo(out + "/empty").isFile() && QFileInfo(out + "/empty").size() == 0);
+    const VxcamRun verbose = runVxcam({"--verbose", "cfb", "extract", file, out});
+    EXPECT_TRUE(verbose.out.contains("/docs/exact4096.bin -> " + out.toUtf8() + "/docs/exact4096.bin (4096 bytes)\n"))
+        << verbose.out.constData();
 
     // Names that could lead elsewhere are escaped; a link planted where a
     // folder goes is not followed.

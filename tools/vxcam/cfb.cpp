@@ -30,6 +30,7 @@ const char *const kHelp =
     "  rm FILE PATH          delete a stream, or a storage with all below it\n"
     "  new FILE              write an empty compound file (FILE must not exist)\n"
     "  extract FILE DIR      write every stream as a file under DIR, storages as folders\n"
+    "                        (--verbose: a line per file)\n"
     "\n"
     "PATH is a stream's path inside the file (\"/Workbook\", \"Workbook\", \"/ObjectPool/x/Ole\").\n"
     "Names with control characters are shown and typed as \\xNN (\"\\x01CompObj\"); extract\n"
@@ -400,7 +401,8 @@ int runInfo(const QString &file, Reporter &reporter)
     });
 }
 
-int runExtract(const QString &file, const QString &directory, Reporter &reporter)
+// Human output is one summary line; --verbose adds a line per file written.
+int runExtract(const QString &file, const QString &directory, bool verbose, Reporter &reporter)
 {
     return onStorage(file, reporter, [&](POLE::Storage &storage) {
         reportDamage(storage, file, reporter);
@@ -443,12 +445,14 @@ int runExtract(const QString &file, const QString &directory, Reporter &reporter
                 continue;
             }
             ++extracted;
-            if (reporter.json())
+            const QString outputPath = directory + QLatin1Char('/') + output;
+            if (reporter.json() || verbose)
                 reporter.result(QJsonObject{{QStringLiteral("file"), file},
                                             {QStringLiteral("path"), entry.path},
-                                            {QStringLiteral("output"), directory + QLatin1Char('/') + output},
+                                            {QStringLiteral("output"), outputPath},
                                             {QStringLiteral("size"), qint64(stream.size())}},
-                                QString());
+                                QStringLiteral("%1 -> %2 (%3 bytes)").arg(escapeName(entry.path), outputPath)
+                                    .arg(stream.size()));
         }
         reporter.endBatch();
         if (!reporter.json())
@@ -615,7 +619,7 @@ int runVerb(CommandContext &context)
     if (verb == QLatin1String("rm"))
         return runRm(a.at(1), a.at(2), reporter);
     if (verb == QLatin1String("extract"))
-        return runExtract(a.at(1), a.at(2), reporter);
+        return runExtract(a.at(1), a.at(2), context.verbose, reporter);
     return runNew(a.at(1), reporter);
 }
 
