@@ -1,5 +1,6 @@
-// Opens fuzzed bytes as a compound file, lists it, reads every stream and
-// asks for its sub-type. Nothing may crash, hang or allocate without bound.
+// Opens fuzzed bytes as a compound file, lists it with what is damaged,
+// reads every stream, resolves names without regard to case and asks for
+// the sub-type. Nothing may crash, hang or allocate without bound.
 
 #include "buffers/MemoryBuffer.h"
 #include "cameras/filetype.h"
@@ -17,6 +18,7 @@ void quiet(QtMsgType, const QMessageLogContext &, const QString &) {}
 void readEverything(POLE::Storage &storage)
 {
     storage.getEntriesMap();
+    storage.damage();
     uint64_t a, b, c, d, e, f;
     storage.GetStats(a, b, c, d, e, f);
     QString id;
@@ -25,9 +27,13 @@ void readEverything(POLE::Storage &storage)
         MemoryBuffer out;
         storage.getEntryData(path, &out);
         POLE::Stream stream(&storage, path);
+        stream.damage();
         stream.seek(stream.size() / 2);
         stream.getch();
         stream.getClassId();
+        QString resolved;
+        QStringList candidates;
+        storage.resolvePath(path.toUpper(), resolved, &candidates);
     }
 }
 

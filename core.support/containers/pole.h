@@ -69,9 +69,28 @@ public:
     bool isWriteable() const;
     HeaderInfo headerInfo() const;
 
+    // What could not be read of the opened file, one problem a line (at most
+    // twenty): tables or directory entries beyond the end of the file, chains
+    // that loop or lead nowhere, links into nothing, names repeated among
+    // siblings, entries no walk reaches. Empty for a sound file. When open()
+    // fails on a bad header, why.
+    QStringList damage() const;
+    // The device's own words for the first read or write that failed since
+    // open(), a full disk say; empty while every one succeeded. Changes that
+    // could not be written leave the file as it was or damaged: a caller
+    // checks this after flush().
+    QString errorString() const;
+
     QStringList entries(const QString &path = QStringLiteral("/")) const;
     bool isDirectory(const QString &path) const;
     bool exists(const QString &path) const;
+    // Names are compared exactly, as lookups do; the format itself tells
+    // names apart without regard to case. `resolved` gets `path` with every
+    // part that names an entry spelt as the entry is: an exact name, else the
+    // one sibling whose name differs only in case. From the first part that
+    // names nothing on, the parts stay as given. False, with the matching
+    // entries in `candidates`, when a part matches several siblings.
+    bool resolvePath(const QString &path, QString &resolved, QStringList *candidates = nullptr) const;
     bool getClassId(const QString &path, QString &id) const;
     bool setClassId(const QString &path, const QString &id);
 
@@ -88,9 +107,6 @@ public:
 
     static void insertMap(QMap<QString, QVariant> &map, const QString &path, const QString &value);
 
-    // Dumps the header, the tables and the directory to standard output.
-    void debug() const;
-
 private:
     friend class Stream;
     std::unique_ptr<StorageIO> m_io;
@@ -100,7 +116,8 @@ class Stream
 {
 public:
     // Opens the stream at path; with create on a writeable storage a missing
-    // stream (and any storage on its way) is created with the given size.
+    // stream (and any storage on its way) is created with the given size,
+    // unless a missing name differs only in case from an existing sibling's.
     Stream(Storage *storage, const QString &path, bool create = false, long long size = 0);
     ~Stream();
 
@@ -110,7 +127,12 @@ public:
     QString fullName() const;
     unsigned long long tell() const;
     bool eof() const;
+    // True without a stream, and once a read came short of the stream's size.
     bool fail() const;
+    // Why the stream cannot be read in full (a chain that ends early, loops,
+    // runs into another or leaves the file) and how many bytes can; empty
+    // when it can. Reads return only bytes the file holds for the stream.
+    QString damage() const;
     unsigned long long size() const;
     void setSize(long long size);
     void seek(unsigned long long pos);

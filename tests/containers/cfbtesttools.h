@@ -215,7 +215,8 @@ struct BuiltFile
 
 // A valid compound file with the given streams at the root, as directory
 // entries 1.. in the order given, each the right sibling of the one before
-// (readers do not rely on sibling order). sectorShift 9 or 12; one BAT sector.
+// (readers do not rely on sibling order). sectorShift 9 or 12; the BAT sectors
+// come first, at most 109 of them.
 inline BuiltFile buildCompoundFile(const std::vector<BuiltStream> &streams, int sectorShift = 9,
                                    const QByteArray &rootClsid = QByteArray(16, '\0'))
 {
@@ -234,11 +235,18 @@ inline BuiltFile buildCompoundFile(const std::vector<BuiltStream> &streams, int 
     const int dirSectors = sectorsFor((n + 1) * 128), minifatSectors = sectorsFor(mini.size() / 16);
     BuiltFile f;
     f.sectorSize = ss;
-    f.bytes = QByteArray((2 + dirSectors + minifatSectors + sectorsFor(mini.size()) + bigSectors) * ss, '\0');
+    const int dataSectors = dirSectors + minifatSectors + sectorsFor(mini.size()) + bigSectors;
+    int batSectors = 1;
+    while (batSectors * (ss / 4) < batSectors + dataSectors)
+        ++batSectors;
+    f.bytes = QByteArray((1 + batSectors + dataSectors) * ss, '\0');
     QByteArray &b = f.bytes;
     b.replace(76, 436, QByteArray(436, '\xff')); // the header's list of BAT sectors
-    b.replace(f.sectorOffset(0), ss, QByteArray(ss, '\xff'));
-    put32(b, f.batEntryOffset(0), 0xFFFFFFFD);
+    b.replace(f.sectorOffset(0), batSectors * ss, QByteArray(batSectors * ss, '\xff'));
+    for (int sector = 0; sector < batSectors; ++sector) {
+        put32(b, f.batEntryOffset(uint32_t(sector)), 0xFFFFFFFD);
+        put32(b, 76 + sector * 4, uint32_t(sector));
+    }
     // Chains consecutive sectors in the BAT, or small blocks in the minifat.
     auto link = [&](bool inBat, int first, int count) {
         for (int i = first; i < first + count; ++i) {
@@ -247,7 +255,7 @@ inline BuiltFile buildCompoundFile(const std::vector<BuiltStream> &streams, int 
         }
         return count ? uint32_t(first) : end;
     };
-    int next = 1; // the next free sector
+    int next = batSectors; // the next free sector
     auto place = [&](int count, const QByteArray &content) {
         b.replace(f.sectorOffset(uint32_t(next)), content.size(), content);
         next += count;
@@ -286,11 +294,12 @@ inline BuiltFile buildCompoundFile(const std::vector<BuiltStream> &streams, int 
     for (const auto &field :
          {std::make_pair(24, 0x3E), {26, sectorShift == 12 ? 4 : 3}, {28, 0xFFFE}, {30, sectorShift}, {32, 6}})
         put16(b, field.first, uint16_t(field.second));
-    for (const auto &field : {std::make_pair(40, sectorShift == 12 ? uint32_t(dirSectors) : 0u), {44, 1u},
+    for (const auto &field : {std::make_pair(40, sectorShift == 12 ? uint32_t(dirSectors) : 0u),
+                              {44, uint32_t(batSectors)},
                               {48, uint32_t(f.firstDirSector)}, {56, 4096u},
                               {60, minifatSectors ? uint32_t(f.firstMinifatSector) : end},
                               {64, uint32_t(minifatSectors)},
-                              {68, end}, {76, 0u}})
+                              {68, end}})
         put32(b, field.first, field.second);
     return f;
 }

@@ -235,3 +235,73 @@ TEST(PoleWrite, FilesOfOtherWritersChangedByUs)
         EXPECT_EQ(difference(poleListing(reopened), expected), QString()) << "reopened by us";
     }
 }
+
+// Nothing removed can be read back from the file's bytes: not a deleted
+// stream's data or name, nor the blocks a stream leaves when it moves
+// between small and big blocks.
+TEST(PoleWrite, RemovedStreamsEntriesAndFreedBlocksAreZeroed)
+{
+    const QByteArray secret = QByteArray("SECRET-").repeated(800); // 5600 bytes: big blocks
+    const QByteArray smallSecret = QByteArray("small-secret");
+    const QByteArray name = QByteArray("H\0i\0d\0d\0e\0n\0", 12);
+    File f;
+    ASSERT_TRUE(f.add("/keep", pattern(700, 1)) && f.add("/Hidden", secret) && f.add("/dir/tiny", smallSecret));
+    ASSERT_TRUE(f.add("/moves", smallSecret + pattern(100, 2)));
+    ASSERT_TRUE(f.bytes().contains(secret.left(512)) && f.bytes().contains(name));
+    ASSERT_TRUE(f.storage.deleteByName("/Hidden") && f.storage.deleteByName("/dir"));
+    POLE::Stream moves(&f.storage, "/moves");
+    moves.setSize(5000); // its small blocks are freed
+    moves.flush();
+    const QByteArray bytes = f.bytes();
+    for (const QByteArray &gone : {secret.left(64), smallSecret, name, QByteArray("t\0i\0n\0y\0", 8)})
+        EXPECT_EQ(bytes.count(gone), gone == smallSecret ? 1 : 0) << gone.constData() << ": only /moves holds it";
+    EXPECT_EQ(verifyWritten(bytes, {{"/keep", pattern(700, 1)},
+                                    {"/moves", smallSecret + pattern(100, 2) + QByteArray(5000 - 112, '\0')}}),
+              QString());
+}
+
+TEST(PoleWrite, CaseVariantsOfANameAreNotCreatedTwice)
+{
+    File f;
+    ASSERT_TRUE(f.add("/Foo", "1") && f.add("/Dir/x", "2"));
+    for (const char *path : {"/FOO", "/foo", "/dir/y", "/DIR/X"})
+        EXPECT_TRUE(POLE::Stream(&f.storage, path, true, 0).fail()) << path;
+    EXPECT_TRUE(f.add("/Foo", "3")) << "the exact name is the entry itself";
+    EXPECT_EQ(verifyWritten(f.bytes(), {{"/Foo", "3"}, {"/Dir/x", "2"}}, {"/Dir"}), QString());
+}
+
+namespace {
+
+// A buffer device that refuses to grow past a size, as a full disk does.
+class FullDevice : public QBuffer
+{
+public:
+    explicit FullDevice(qint64 room) : m_room(room) {}
+
+protected:
+    qint64 writeData(const char *data, qint64 len) override
+    {
+        if (pos() + len > m_room) {
+            setErrorString(QStringLiteral("No space left on device"));
+            return -1;
+        }
+        return QBuffer::writeData(data, len);
+    }
+
+private:
+    qint64 m_room;
+};
+
+} // namespace
+
+TEST(PoleWrite, AFailedWriteIsReportedInTheDevicesWords)
+{
+    FullDevice device(6000);
+    POLE::Storage storage(&device);
+    ASSERT_TRUE(storage.open(true, true));
+    MemoryBuffer fits = bufferOf(pattern(300, 1)), tooBig = bufferOf(pattern(9000, 2));
+    ASSERT_TRUE(storage.addEntry("/fits", &fits));
+    EXPECT_EQ(storage.errorString(), QString());
+    storage.addEntry("/big", &tooBig);
+    EXPECT_EQ(storage.errorString(), QStringLiteral("No space left on device"));
+}

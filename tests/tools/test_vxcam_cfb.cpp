@@ -1,11 +1,17 @@
 // vxcam cfb: listings and bytes compared with an independent reader, changes
-// verified by it, and failures that leave files as they were.
+// verified by it, failures that leave files as they were, damaged files,
+// concurrent and case-variant changes, and what edits keep of a file.
 
 #include "containers/cfbtesttools.h"
 #include "qtprinters.h"
 #include "vxcamrunner.h"
 
+#include <QFileInfo>
+#include <QProcess>
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace cfbtest;
 
@@ -114,7 +120,11 @@ TEST(VxcamCfb, FailuresAreOneLineAndLeaveFilesAlone)
         {{"add", file, "/x", absent}, 1, "no such file"},
         {{"new", file}, 1, "already exists"},
         {{"cat", file}, 2, "cat takes 2 argument(s)"},
-        {{}, 2, "missing sub-command"},
+        {{"cat", file, "/readme.txt", "--all"}, 2, "cat --all takes FILE only"},
+        {{"ls", file, "--all"}, 2, "--all goes with cat only"},
+        {{"ls", "--bogus", file}, 2, "unknown option --bogus"},
+        {{"frob", file}, 2, "unknown verb frob"},
+        {{}, 2, "missing verb"},
     };
     for (const auto &c : cases) {
         const VxcamRun run = cfb(c.arguments);
@@ -124,5 +134,236 @@ TEST(VxcamCfb, FailuresAreOneLineAndLeaveFilesAlone)
         EXPECT_TRUE(readFile(file) == original && readFile(text) == "not a compound file")
             << qPrintable(what) << " changed a file";
     }
-    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 3) << "no temporary file is left";
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).size(), 3) << "no temporary file is left";
+}
+
+TEST(VxcamCfb, ADirectoryOfOneLongSiblingChainIsListedInOnePass)
+{
+    // 100 000 streams, each the right sibling of the one before: every
+    // lookup that walks the chain makes a listing take minutes.
+    const int count = 100000;
+    std::vector<BuiltStream> streams;
+    for (int i = 0; i < count; ++i)
+        streams.push_back({QStringLiteral("s%1").arg(i, 6, 10, QLatin1Char('0')), QByteArray()});
+    QTemporaryDir dir;
+    const QString file = fileIn(dir, QStringLiteral("chain.cfb"), buildCompoundFile(streams, 12).bytes);
+    const VxcamRun ls = cfb({"ls", file});
+    ASSERT_EQ(ls.exitCode, 0) << ls.err.left(500).constData();
+    EXPECT_EQ(ls.out.count('\n'), count + 1);
+    EXPECT_TRUE(QString::fromUtf8(ls.out.right(100)).contains(QRegularExpression("\n  s099999 +0\n$")));
+}
+
+namespace {
+
+// Runs a shell line with $VXCAM set, for redirections and limits.
+VxcamRun shell(const QString &line)
+{
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("VXCAM"), QStringLiteral(VXCAM_PATH));
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral("/bin/sh"), {"-c", line});
+    VxcamRun run;
+    if (process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit)
+        run.exitCode = process.exitCode();
+    run.out = process.readAllStandardOutput();
+    run.err = process.readAllStandardError();
+    return run;
+}
+
+QString quoted(const QString &path) { return "'" + path + "'"; }
+
+} // namespace
+
+TEST(VxcamCfb, DamagedFilesAreReportedAndNeverPadded)
+{
+    QTemporaryDir dir;
+    const QByteArray big = pattern(9000, 1);
+    const BuiltFile built = buildCompoundFile({{"small", pattern(300, 2)}, {"big", big}});
+    const QString cut = fileIn(dir, "cut.cfb", built.bytes.left(built.bytes.size() - 1500));
+    const VxcamRun cat = cfb({"cat", cut, "big"});
+    EXPECT_EQ(cat.exitCode, 1);
+    EXPECT_TRUE(big.startsWith(cat.out) && cat.out.size() < big.size()) << cat.out.size();
+    EXPECT_TRUE(cat.oneErrorLine() && cat.err.contains(": /big: damaged: sector ")) << cat.err.constData();
+
+    const VxcamRun ls = cfb({"ls", cut}, true);
+    EXPECT_EQ(ls.exitCode, 1);
+    EXPECT_TRUE(ls.out.contains("\"damage\":\"sector")) << ls.out.constData();
+
+    const QString head = fileIn(dir, "head.doc", readFile(fixture("writer.doc")).left(513));
+    const VxcamRun short513 = cfb({"ls", head});
+    EXPECT_EQ(short513.exitCode, 1);
+    EXPECT_TRUE(short513.err.contains("damaged: the allocation table lies partly beyond the end of the file"))
+        << short513.err.constData();
+
+    // A root entry of the wrong type: every stream is still listed, and the type named.
+    QByteArray stream2 = built.bytes;
+    stream2[built.dirEntryOffset(0) + 66] = 2;
+    const QString wrongRoot = fileIn(dir, "root.cfb", stream2);
+    const VxcamRun root = cfb({"ls", wrongRoot});
+    EXPECT_EQ(root.exitCode, 1);
+    EXPECT_TRUE(root.out.contains("  small ") && root.out.contains("  big ")) << root.out.constData();
+    EXPECT_TRUE(root.oneErrorLine() && root.err.contains("the root entry has type 2")) << root.err.constData();
+}
+
+TEST(VxcamCfb, ConcurrentAddsAreAllKept)
+{
+    QTemporaryDir dir;
+    const QString file = dir.filePath("shared.cfb");
+    ASSERT_EQ(cfb({"new", file}).exitCode, 0);
+    QMap<QString, QByteArray> expected;
+    std::vector<std::unique_ptr<QProcess>> runs;
+    for (int i = 0; i < 8; ++i) {
+        const QByteArray data = pattern(1000 + i * 1500, i); // small and big streams
+        expected.insert(QStringLiteral("/s%1").arg(i), data);
+        const QString source = fileIn(dir, QStringLiteral("src%1").arg(i), data);
+        runs.push_back(std::make_unique<QProcess>());
+        runs.back()->start(QStringLiteral(VXCAM_PATH), {"cfb", "add", file, QStringLiteral("s%1").arg(i), source});
+    }
+    for (auto &run : runs) {
+        ASSERT_TRUE(run->waitForFinished(60000));
+        EXPECT_EQ(run->exitCode(), 0) << run->readAllStandardError().constData();
+    }
+    EXPECT_EQ(verifyWritten(readFile(file), expected), QString());
+}
+
+TEST(VxcamCfb, NamesDifferingOnlyInCaseAreOneName)
+{
+    QTemporaryDir dir;
+    const QString file = dir.filePath("case.cfb");
+    ASSERT_EQ(cfb({"new", file}).exitCode, 0);
+    const struct { const char *path; QByteArray data; const char *stored; } adds[] = {
+        {"Foo", "first", "/Foo"},     {"FOO", "second", "/Foo"}, {"/Dir/x", "x", "/Dir/x"},
+        {"/DIR/X", "", "/Dir/x"},     {"foo", "last", "/Foo"},   {"/dir/Y", "y", "/Dir/Y"},
+    };
+    for (const auto &add : adds) {
+        const VxcamRun run = cfb({"add", file, add.path, fileIn(dir, "src", add.data)}, true);
+        ASSERT_EQ(run.exitCode, 0) << add.path << ": " << run.err.constData();
+        EXPECT_EQ(run.jsonLines().value(0).value("added").toString(), QLatin1String(add.stored)) << add.path;
+    }
+    EXPECT_EQ(verifyWritten(readFile(file), {{"/Foo", "last"}, {"/Dir/x", ""}, {"/Dir/Y", "y"}}, {"/Dir"}), QString());
+    EXPECT_EQ(cfb({"cat", file, "dir/y"}).out, "y");
+    ASSERT_EQ(cfb({"rm", file, "FOO"}).exitCode, 0);
+    EXPECT_EQ(verifyWritten(readFile(file), {{"/Dir/x", ""}, {"/Dir/Y", "y"}}, {"/Dir"}), QString());
+
+    // A file from elsewhere with two such names: only the exact one is found.
+    const QString twice = fileIn(dir, "twice.cfb", buildCompoundFile({{"Data", "1"}, {"DATA", "2"}}).bytes);
+    EXPECT_EQ(cfb({"cat", twice, "DATA"}).out, "2");
+    const VxcamRun ambiguous = cfb({"cat", twice, "data"});
+    EXPECT_EQ(ambiguous.exitCode, 1);
+    EXPECT_TRUE(ambiguous.err.contains("/data matches several entries: /Data, /DATA")) << ambiguous.err.constData();
+}
+
+TEST(VxcamCfb, EditsKeepModeOwnerAndLinksAndZeroWhatTheyRemove)
+{
+    QTemporaryDir dir;
+    const QString file = fileIn(dir, "kept.cfb", readFile(fixture("gsf-mixed.ole")));
+    const QString link = dir.filePath("link.cfb");
+    ASSERT_EQ(::link(QFile::encodeName(file).constData(), QFile::encodeName(link).constData()), 0);
+    ASSERT_EQ(chmod(QFile::encodeName(file).constData(), 0640), 0);
+    const bool root = geteuid() == 0;
+    if (root) {
+        ASSERT_EQ(chown(QFile::encodeName(file).constData(), 4321, 4321), 0);
+    }
+    const QByteArray secret = QByteArray("top secret ").repeated(500);
+    ASSERT_EQ(cfb({"add", file, "/secret", fileIn(dir, "s", secret)}).exitCode, 0);
+    ASSERT_EQ(cfb({"add", file, "/empty too", fileIn(dir, "e", QByteArray())}).exitCode, 0);
+    ASSERT_EQ(cfb({"rm", link, "/secret"}).exitCode, 0) << "through the other name";
+    ASSERT_EQ(cfb({"rm", file, "/readme.txt"}).exitCode, 0);
+    EXPECT_TRUE(readFile(link) == readFile(file)) << "both names see every change";
+    EXPECT_FALSE(readFile(file).contains("top secret")) << "nothing removed can be read back";
+    EXPECT_FALSE(readFile(file).contains(QByteArray("r\0e\0a\0d\0m\0e\0", 12)));
+    struct stat after{};
+    ASSERT_EQ(stat(QFile::encodeName(file).constData(), &after), 0);
+    EXPECT_EQ(after.st_mode & 07777, 0640u);
+    EXPECT_EQ(after.st_nlink, 2u);
+    if (root) {
+        EXPECT_TRUE(after.st_uid == 4321 && after.st_gid == 4321);
+    }
+
+    // A file with one name is replaced, with its mode; a symbolic link to it stays one.
+    const QString single = fileIn(dir, "single.cfb", readFile(fixture("gsf-mixed.ole")));
+    const QString symlink = dir.filePath("symlink.cfb");
+    ASSERT_TRUE(QFile::link(single, symlink));
+    ASSERT_EQ(chmod(QFile::encodeName(single).constData(), 0444), 0);
+    ASSERT_EQ(cfb({"rm", symlink, "/empty"}).exitCode, 0);
+    EXPECT_TRUE(QFileInfo(symlink).isSymLink());
+    ASSERT_EQ(stat(QFile::encodeName(single).constData(), &after), 0);
+    EXPECT_EQ(after.st_mode & 07777, 0444u);
+    Listing expected = olefileListing(fixture("gsf-mixed.ole"));
+    expected.remove("/empty");
+    EXPECT_EQ(difference(olefileListing(single), expected), QString());
+}
+
+TEST(VxcamCfb, FailedWritesAreReportedInTheSystemsWords)
+{
+    QTemporaryDir dir;
+    const QByteArray original = readFile(fixture("gsf-mixed.ole"));
+    const QString file = fileIn(dir, "full.cfb", original);
+    const QString big = fileIn(dir, "big", pattern(200000, 1));
+    // Files may not grow past 64 KiB: the changed copy cannot be written.
+    const VxcamRun add = shell("trap '' XFSZ; ulimit -f 64; exec \"$VXCAM\" cfb add " + quoted(file) + " /big " +
+                               quoted(big));
+    EXPECT_EQ(add.exitCode, 1);
+    EXPECT_TRUE(add.out.isEmpty()) << "no \"added\" for a change that is not there: " << add.out.constData();
+    EXPECT_TRUE(add.oneErrorLine() && add.err.contains("File too large")) << add.err.constData();
+    EXPECT_TRUE(readFile(file) == original);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).size(), 2) << "no temporary file is left";
+
+    for (const QString &arguments : {QStringLiteral("cat %1 /big9000.bin"), QStringLiteral("cat %1 --all"),
+                                     QStringLiteral("ls %1")}) {
+        const VxcamRun run = shell("exec \"$VXCAM\" cfb " + arguments.arg(quoted(file)) + " > /dev/full");
+        EXPECT_EQ(run.exitCode, 1) << qPrintable(arguments);
+        EXPECT_TRUE(run.err.contains("standard output: No space left on device")) << run.err.constData();
+    }
+}
+
+TEST(VxcamCfb, CatAllAndExtractGiveEveryStream)
+{
+    QTemporaryDir dir;
+    const QString file = fixture("gsf-mixed.ole");
+    // In the order ls lists them.
+    QByteArray expected;
+    for (const char *path : {"/big9000.bin", "/docs/exact4096.bin", "/docs/small4095.bin", "/empty", "/readme.txt"})
+        expected += cfb({"cat", file, path}).out;
+    EXPECT_TRUE(cfb({"cat", file, "--all"}).out == expected);
+
+    const QString out = dir.filePath("out");
+    const VxcamRun extract = cfb({"extract", file, out});
+    ASSERT_EQ(extract.exitCode, 0) << extract.err.constData();
+    EXPECT_EQ(extract.out, file.toUtf8() + ": 5 streams extracted into " + out.toUtf8() + "\n");
+    EXPECT_TRUE(readFile(out + "/docs/small4095.bin") == cfb({"cat", file, "/docs/small4095.bin"}).out);
+    EXPECT_TRUE(QFileInfo(out + "/empty").isFile() && QFileInfo(out + "/empty").size() == 0);
+    const VxcamRun verbose = runVxcam({"--verbose", "cfb", "extract", file, out});
+    EXPECT_TRUE(verbose.out.contains("/docs/exact4096.bin -> " + out.toUtf8() + "/docs/exact4096.bin (4096 bytes)\n"))
+        << verbose.out.constData();
+
+    // Names that could lead elsewhere are escaped; a link planted where a
+    // folder goes is not followed.
+    std::vector<BuiltStream> odd{{"..", "dots"}, {"\x01" "CompObj", "obj"}, {"a\\b", "slash"}};
+    const QString hostile = fileIn(dir, "odd.cfb", buildCompoundFile(odd).bytes);
+    const QString target = dir.filePath("target");
+    const VxcamRun names = cfb({"extract", hostile, target}, true);
+    ASSERT_EQ(names.exitCode, 0) << names.err.constData();
+    QStringList files = QDir(target).entryList(QDir::Files);
+    files.sort();
+    EXPECT_EQ(files, (QStringList{"\\x01CompObj", "\\x2e\\x2e", "a\\x5cb"}));
+    EXPECT_TRUE(readFile(target + "/\\x2e\\x2e") == "dots");
+
+    const QString outside = dir.filePath("outside");
+    ASSERT_TRUE(QDir().mkpath(outside) && QDir().mkpath(dir.filePath("trap")));
+    ASSERT_TRUE(QFile::link(outside, dir.filePath("trap/docs")));
+    const VxcamRun trapped = cfb({"extract", file, dir.filePath("trap")});
+    EXPECT_EQ(trapped.exitCode, 1);
+    EXPECT_TRUE(trapped.err.contains("docs: exists and is not a folder")) << trapped.err.constData();
+    EXPECT_TRUE(QDir(outside).isEmpty()) << "nothing lands outside the directory";
+}
+
+TEST(VxcamCfb, HelpDescribesEveryVerb)
+{
+    const VxcamRun help = runVxcam({"help", "cfb"});
+    EXPECT_EQ(help.exitCode, 0);
+    for (const char *verb : {"ls FILE", "cat FILE PATH", "cat FILE --all", "info FILE", "add FILE PATH SOURCE",
+                             "rm FILE PATH", "new FILE", "extract FILE DIR"})
+        EXPECT_TRUE(help.out.contains(QByteArray("  ") + verb)) << verb;
 }
