@@ -9,10 +9,12 @@
 #include "cameras/camerabase.h"
 #include "containers/ZipUtils.h"
 #include "fixtures/fixtures.h"
+#include "qtprinters.h"
 #include "testcamera.h"
 
 #include <QMap>
 #include <QStringList>
+#include <QUrl>
 #include <QXmlStreamReader>
 
 #include <memory>
@@ -106,10 +108,11 @@ struct Package
     // Internal targets resolve against the source's folder.
     static QString resolve(const QString &source, const QString &target)
     {
-        QStringList segments = target.startsWith('/') ? QStringList() : source.split('/');
-        if (!target.startsWith('/'))
+        const QString path = QUrl::fromPercentEncoding(target.toUtf8());
+        QStringList segments = path.startsWith('/') ? QStringList() : source.split('/');
+        if (!path.startsWith('/'))
             segments.removeLast();
-        for (const QString &step : target.split('/', Qt::SkipEmptyParts))
+        for (const QString &step : path.split('/', Qt::SkipEmptyParts))
             step == QLatin1String("..") ? segments.removeLast() : void(segments << step);
         return segments.join('/');
     }
