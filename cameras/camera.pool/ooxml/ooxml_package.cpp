@@ -266,6 +266,15 @@ ContentKind kindOfPart(const QString &contentType, const QString &name, const QS
     return kindNone;
 }
 
+QByteArray emptyContentOf(const QString &contentType)
+{
+    if (contentType.compare(QLatin1String("application/vnd.openxmlformats-officedocument.wordprocessingml.comments+xml"),
+                            Qt::CaseInsensitive) == 0)
+        return QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n"
+                                 "<w:comments xmlns:w=\"http://schemas.openxmlformats.org/wordprocessingml/2006/main\"/>");
+    return QByteArray();
+}
+
 ft_t imageFileType(const QString &contentType)
 {
     const QString type = contentType.toLower();

@@ -2,6 +2,7 @@
 
 #include "cameras/filetype.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 
@@ -95,6 +96,11 @@ enum ContentKind {
 // the relationships that lead to it. External links are relationships,
 // never parts.
 ContentKind kindOfPart(const QString &contentType, const QString &name, const QStringList &incomingTypes);
+// What a part of this content type becomes when the policy removes its
+// content but the part must stay: Word's main document anchors each comment
+// in its text, and a package whose comments part is missing does not open,
+// so comments are emptied rather than removed. Empty for every other type.
+QByteArray emptyContentOf(const QString &contentType);
 // The image type the image gateway is asked for; ft_unknown for formats
 // without a camera type.
 ft_t imageFileType(const QString &contentType);

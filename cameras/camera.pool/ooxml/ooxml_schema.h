@@ -50,6 +50,7 @@ enum Disposition : uint8_t {
     dispKeep = 0,
     dispRemoved = 1, // removed by the policy, or with content it removed
     dispDropped = 2, // dropped as broken: a relationship without target, a part nothing refers to
+    dispEmptied = 3, // removed by the policy, but written as an empty part of its kind (emptyContentOf)
 };
 
 // A node class of this camera: its class id, description and structure.

@@ -58,7 +58,14 @@ private:
     QHash<const OoxmlPart *, QStringList> m_incoming;
 };
 
+// A part the writer writes: kept as it is, or emptied.
 bool kept(const OoxmlPart *part)
+{
+    return part != nullptr && (part->m_disposition == dispKeep || part->m_disposition == dispEmptied);
+}
+
+// A part whose relationships are written: an emptied part has none left.
+bool keptWhole(const OoxmlPart *part)
 {
     return part != nullptr && part->m_disposition == dispKeep;
 }
@@ -80,7 +87,8 @@ QSet<const OoxmlPart *> reachableParts(const PackageIndex &index)
             if (!kept(relationship) || !kept(target) || reached.contains(target))
                 continue;
             reached.insert(target);
-            pending << target->m_name;
+            if (keptWhole(target))
+                pending << target->m_name;
         }
     }
     return reached;
@@ -97,7 +105,7 @@ void removeDependents(const PackageIndex &index)
     for (OoxmlRelationship *relationship : index.relationships()) {
         if (!kept(relationship))
             continue;
-        const bool fromRemoved = !relationship->m_source.isEmpty() && !kept(index.part(relationship->m_source));
+        const bool fromRemoved = !relationship->m_source.isEmpty() && !keptWhole(index.part(relationship->m_source));
         const bool toRemoved = !isExternalMode(relationship->m_targetMode) && !kept(index.target(relationship));
         if (fromRemoved || toRemoved)
             relationship->m_disposition = dispRemoved;
@@ -140,7 +148,7 @@ public:
             if (sw.kind == kindMacros)
                 macroEnabledType(sw);
             for (OoxmlPart *part : m_index.parts())
-                if (kept(part) && kindOfPart(part->m_contentType, part->m_name, m_index.incomingTypes(part)) == sw.kind)
+                if (keptWhole(part) && kindOfPart(part->m_contentType, part->m_name, m_index.incomingTypes(part)) == sw.kind)
                     sw.kind == kindImages ? image(sw, *part) : content(sw, *part);
         }
         removeDependents(m_index);
@@ -170,7 +178,7 @@ private:
     void content(const Switch &sw, OoxmlPart &part)
     {
         if (record(sw, part.m_name))
-            part.m_disposition = dispRemoved;
+            part.m_disposition = emptyContentOf(part.m_contentType).isEmpty() ? dispRemoved : dispEmptied;
     }
 
     void externalLink(const Switch &sw, OoxmlRelationship &relationship)

@@ -20,7 +20,7 @@ namespace {
 
 bool kept(const OoxmlPart &part)
 {
-    return part.m_disposition == dispKeep;
+    return part.m_disposition == dispKeep || part.m_disposition == dispEmptied;
 }
 
 QString outputContentType(const OoxmlPart &part)
@@ -129,10 +129,12 @@ bool writePackage(const OoxmlPackage &root, MemoryBuffer &output)
     partsOf(root).forEach([&](const OoxmlPart &part) {
         if (!written || !kept(part))
             return;
-        const QByteArray bytes = part.m_data == nullptr
-                                     ? QByteArray()
-                                     : QByteArray::fromRawData(reinterpret_cast<const char *>(part.m_data->data()),
-                                                               static_cast<int>(part.m_data->size()));
+        QByteArray bytes;
+        if (part.m_disposition == dispEmptied)
+            bytes = emptyContentOf(part.m_contentType);
+        else if (part.m_data != nullptr)
+            bytes = QByteArray::fromRawData(reinterpret_cast<const char *>(part.m_data->data()),
+                                            static_cast<int>(part.m_data->size()));
         written = zip.addEntry(part.m_name, bytes);
         const auto relationships = relationshipsFrom.constFind(partKey(part.m_name));
         if (written && relationships != relationshipsFrom.constEnd())
