@@ -1,24 +1,21 @@
 #pragma once
 
 #include <QByteArray>
-#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QString>
 #include <QVariant>
-#include <QVector>
 
 #include <memory>
 
 class MemoryBuffer;
 class QBuffer;
-class QuaZip;
-struct zlib_filefunc_def_s;
+class QIODevice;
 
-// Zip archives held entirely in memory: Unzip reads an archive from a buffer,
-// Zip builds one entry by entry and hands the bytes over. Neither touches
-// the file system. Failures are reported by results; nothing here throws
-// except a target buffer's write rule and memory exhaustion.
+// Zip archives: Unzip reads an archive from a buffer or a device, Zip builds
+// one in memory entry by entry and hands the bytes over. Failures are
+// reported by results; nothing here throws except a target buffer's write
+// rule and memory exhaustion.
 namespace ZipUtils {
 
 // One archive member: its path as stored (separator "/") and whether it is
@@ -38,9 +35,27 @@ private:
     bool m_isFolder = false;
 };
 
+// Why the last read of a member gave nothing.
+enum class EntryError {
+    None,
+    NotFound, // no member of that name, or no archive open
+    TooLarge, // it inflates to more than the member limit
+    Damaged,  // bad compressed data, a CRC or size mismatch, an unreadable record
+};
+
 class Unzip
 {
 public:
+    // A member may inflate to this many bytes unless the caller allows more
+    // (setMemberLimit): enough for any part of an ordinary document, small
+    // enough that a few MB of hostile deflate data cannot take gigabytes.
+    static constexpr qint64 kDefaultMemberLimit = qint64(256) << 20;
+    // The most a member can ever be handed over as: a byte array's limit.
+    static constexpr qint64 kMaxMemberLimit = 0x7fff0000;
+    // The entries map nests folders this deep; below that, the rest of a
+    // path is one key (see getEntriesMap).
+    static constexpr int kMaxMapDepth = 64;
+
     Unzip();
     ~Unzip();
     Unzip(const Unzip &) = delete;
@@ -52,9 +67,14 @@ public:
     // Opens the buffer's bytes where they lie, without a copy: the buffer
     // must stay alive and unchanged until close().
     bool openInPlace(const MemoryBuffer *buffer);
-    // Opens an archive over the caller's device, which must outlive this
-    // object (or its close()). The device is closed when the archive closes.
+    // Opens an archive over the caller's buffer device, which must outlive
+    // this object (or its close()).
     bool open(QBuffer *device);
+    // Opens an archive over any seekable device open for reading, such as a
+    // QFile: only the end records, the central directory and the members
+    // read are fetched from it. The device must outlive this object (or its
+    // close()) and is left open.
+    bool open(QIODevice *device);
     void close();
 
     // Appends the archive's members to the lists (done by open()). Names are
@@ -65,54 +85,40 @@ public:
     void readEntries();
 
     // The file members, the folder members and all members, each in
-    // archive order.
-    QList<QString> getFilenames() const { return namesOf(false); }
-    QList<QString> getFolders() const { return namesOf(true); }
+    // archive order. A name held by several members is listed each time.
+    QList<QString> getFilenames() const;
+    QList<QString> getFolders() const;
     QList<Entry> getEntryList() const;
+    // The names held by more than one member of the open archive, each once,
+    // in the order of their first member. Every lookup by such a name finds
+    // its first member, as other readers of the archive do.
+    QList<QString> getDuplicateNames() const;
 
     // The file members as a tree: every path component but the last maps to
-    // a nested QMap<QString, QVariant>, the last to the full path.
+    // a nested QMap<QString, QVariant>, the last to the full path. Past
+    // kMaxMapDepth folders the rest of the path is the leaf's key, so that
+    // no name, however deep, nests maps without end.
     QMap<QString, QVariant> getEntriesMap() const;
     static void insertMap(QMap<QString, QVariant> &map, QString path, QString fullPath);
 
     // The member's size in the archive (compressed); 0 when it cannot be
-    // found. A name held by several members means the last of them.
+    // found.
     qint64 getEntrySize(QString name);
     // The member's whole uncompressed content. False when the member is
-    // missing, cannot be opened or turns out damaged; the output is then
-    // left untouched.
+    // missing, larger than the member limit, or damaged; the output is then
+    // left untouched and lastEntryError() says which.
     bool getEntryData(QString name, QByteArray &data);
     // Same, written at the buffer's cursor under its write rule.
     bool getEntryData(QString name, MemoryBuffer *buffer);
+    EntryError lastEntryError() const;
+
+    // How many bytes one member may inflate to; at most kMaxMemberLimit.
+    void setMemberLimit(qint64 bytes);
+    qint64 memberLimit() const;
 
 private:
-    // Where a member's directory record lies, so that reading a member
-    // needs no search by name.
-    struct Position
-    {
-        quint64 directoryOffset;
-        quint64 index;
-    };
-
-    bool openBytes(const MemoryBuffer *buffer, bool copy);
-    bool openReader(QBuffer *device, zlib_filefunc_def_s *io);
-    bool listMembers();
-    bool selectEntry(const QString &name);
-    QList<QString> namesOf(bool folders) const;
-
-    bool m_isOpen = false;
-    std::unique_ptr<QuaZip> m_zip;
-    std::unique_ptr<QByteArray> m_data;
-    std::unique_ptr<QBuffer> m_buffer;
-    // Every member listed so far, in archive order: the file, folder and
-    // entry lists are views of it.
-    QList<QString> m_names;
-    // Where the records of the archive now open lie, in archive order; its
-    // first member in m_names; and, built on the first lookup, which of its
-    // members each name reads as (the last one of that name).
-    QVector<Position> m_positions;
-    int m_firstOpenEntry = 0;
-    QHash<QString, int> m_lookup;
+    struct Private;
+    std::unique_ptr<Private> m_d;
 };
 
 class Zip
@@ -139,12 +145,8 @@ public:
     bool copyZipFileToBuffer(MemoryBuffer *buffer);
 
 private:
-    bool writeEntry(const QString &name, const char *data, qint64 size);
-
-    std::unique_ptr<QuaZip> m_zip;
-    bool m_isOpen = false;
-    std::unique_ptr<QBuffer> m_buffer;
-    std::unique_ptr<QByteArray> m_data;
+    struct Private;
+    std::unique_ptr<Private> m_d;
 };
 
 } // namespace ZipUtils

@@ -4,7 +4,9 @@
 #include "buffers/MemoryBuffer.h"
 #include "buffers/SafeInt.h"
 
+#include <QBuffer>
 #include <QDebug>
+#include <QFileDevice>
 #include <QUuid>
 
 #include <algorithm>
@@ -694,11 +696,13 @@ private:
 class StorageIO
 {
 public:
-    explicit StorageIO(Storage *storage, MemoryBuffer *buffer)
-        : m_storage(storage), m_device(new IOMemoryBuffer(buffer))
+    StorageIO(Storage *storage, MemoryBuffer *buffer)
+        : m_storage(storage), m_ownDevice(new IOMemoryBuffer(buffer)), m_device(m_ownDevice.get())
     {
         Q_UNUSED(m_storage);
     }
+
+    StorageIO(Storage *storage, QIODevice *device) : m_storage(storage), m_device(device) { Q_UNUSED(m_storage); }
 
     ~StorageIO() { close(); }
 
@@ -717,8 +721,9 @@ public:
         for (StreamIO *stream : m_streams)
             detach(stream);
         m_streams.clear();
-        if (m_device->isOpen())
+        if (m_device != nullptr && m_closeDevice && m_device->isOpen())
             m_device->close();
+        m_closeDevice = false;
         m_opened = false;
     }
 
@@ -774,6 +779,7 @@ public:
 private:
     bool createNew();
     void load(bool writeable);
+    bool openDevice(QIODevice::OpenMode mode);
     void detach(StreamIO *stream);
 
     void readAt(uint64_t offset, unsigned char *data, uint64_t len);
@@ -791,7 +797,9 @@ private:
     void padToAllocatedEnd();
 
     Storage *m_storage;
-    std::unique_ptr<IOMemoryBuffer> m_device; // over the caller's buffer
+    std::unique_ptr<IOMemoryBuffer> m_ownDevice; // over the caller's buffer, if given one
+    QIODevice *m_device;                         // that device, or the caller's
+    bool m_closeDevice = false;                  // whether open() opened the device
     int m_result = Storage::OpenFailed;
     bool m_opened = false;
     uint64_t m_filesize = 0;
@@ -939,6 +947,33 @@ void StorageIO::detach(StreamIO *stream) { stream->detach(); }
 
 // --- device access ----------------------------------------------------------
 
+// Storages read at scattered offsets: a device we open is unbuffered, so a
+// seek costs nothing and each read goes straight to the file.
+bool StorageIO::openDevice(QIODevice::OpenMode mode)
+{
+    if (m_device == nullptr)
+        return false;
+    if (!m_device->isOpen()) {
+        m_closeDevice = m_device->open(mode | QIODevice::Unbuffered);
+        return m_closeDevice;
+    }
+    // The caller's open device. Changes read back what they wrote (a stream
+    // moved between small and big blocks), so writing needs reading too.
+    const bool writing = mode & QIODevice::WriteOnly;
+    if (m_device->isSequential() || !m_device->isReadable() || (writing && !m_device->isWritable()))
+        return false;
+    if (!(mode & QIODevice::Truncate) || m_device->size() == 0)
+        return true;
+    if (auto *file = qobject_cast<QFileDevice *>(m_device))
+        return file->resize(0);
+    if (auto *buffer = qobject_cast<QBuffer *>(m_device)) {
+        buffer->seek(0);
+        buffer->buffer().clear();
+        return true;
+    }
+    return false; // no way to drop the old bytes
+}
+
 void StorageIO::readAt(uint64_t offset, unsigned char *data, uint64_t len)
 {
     uint64_t got = 0;
@@ -1049,7 +1084,7 @@ void StorageIO::load(bool writeable)
 {
     m_result = Storage::OpenFailed;
     m_writeable = writeable;
-    if (!m_device->open((writeable ? QIODevice::ReadWrite : QIODevice::ReadOnly) | QIODevice::Unbuffered))
+    if (!openDevice(writeable ? QIODevice::ReadWrite : QIODevice::ReadOnly))
         return;
     m_filesize = uint64_t(m_device->size());
 
@@ -1134,7 +1169,7 @@ bool StorageIO::createNew()
 {
     // Read-write, so that a stream moved between small and big blocks can
     // read back what it wrote before the file was ever flushed.
-    if (!m_device->open(QIODevice::ReadWrite | QIODevice::Truncate | QIODevice::Unbuffered)) {
+    if (!openDevice(QIODevice::ReadWrite | QIODevice::Truncate)) {
         std::fputs("Can't create CFB\n", stderr);
         m_result = Storage::OpenFailed;
         return false;
@@ -1420,6 +1455,8 @@ void StorageIO::padToAllocatedEnd()
 // Storage
 
 Storage::Storage(MemoryBuffer *buffer) : m_io(new StorageIO(this, buffer)) {}
+
+Storage::Storage(QIODevice *device) : m_io(new StorageIO(this, device)) {}
 
 Storage::~Storage() = default;
 

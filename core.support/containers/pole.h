@@ -12,8 +12,10 @@ class MemoryBuffer;
 class QIODevice;
 
 // Compound files (structured storage: storages and streams inside one file)
-// read and written in a caller's MemoryBuffer. The buffer is used in place
-// through a device over it; the file is never copied as a whole.
+// read and written in a caller's MemoryBuffer or through a caller's device
+// (a QFile, say). Either is used in place: the file is never copied as a
+// whole, and reading a stream reads the tables, the directory and that
+// stream's sectors.
 //
 // A Storage is used by one thread at a time. Streams opened on a storage must
 // not be used after the storage is closed or destroyed; they then behave as
@@ -44,6 +46,12 @@ public:
     enum Result { Ok = 0, OpenFailed = 1, NotOLE = 2, BadOLE = 3 };
 
     explicit Storage(MemoryBuffer *buffer);
+    // Over a caller's random-access device, which must outlive the storage.
+    // A device that is already open is used as it is (it must be readable,
+    // and writable for changes) and close() leaves it open; a closed one is
+    // opened by open() (read-only, read-write, or truncated to create a new
+    // file) and closed again by close().
+    explicit Storage(QIODevice *device);
     ~Storage();
 
     Storage(const Storage &) = delete;

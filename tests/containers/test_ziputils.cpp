@@ -11,6 +11,7 @@
 #include <QDataStream>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <optional>
 
 using cfbtest::pattern;
@@ -20,6 +21,34 @@ using ZipUtils::Zip;
 namespace {
 
 using Members = QList<QPair<QString, QByteArray>>;
+
+// The path of a name in the entries map: its folders, down to the deepest
+// the map nests, then the rest of the name as one key.
+QVariant mapLookup(const QVariant &map, const QString &name)
+{
+    QStringList parts = name.split(QLatin1Char('/'));
+    if (parts.size() > Unzip::kMaxMapDepth + 1)
+        parts = parts.mid(0, Unzip::kMaxMapDepth) << parts.mid(Unzip::kMaxMapDepth).join(QLatin1Char('/'));
+    QVariant node = map;
+    for (const QString &part : parts)
+        node = node.toMap().value(part);
+    return node;
+}
+
+// How deep the entries map nests, counted without recursion.
+int mapDepth(const QVariant &map)
+{
+    int deepest = 0;
+    QList<QPair<QVariant, int>> pending{{map, 1}};
+    while (!pending.isEmpty()) {
+        const auto [node, depth] = pending.takeLast();
+        deepest = std::max(deepest, depth);
+        for (const QVariant &child : node.toMap())
+            if (child.type() == QVariant::Map)
+                pending.append({child, depth + 1});
+    }
+    return deepest;
+}
 
 QByteArray zipOf(const Members &members)
 {
@@ -40,6 +69,83 @@ QByteArray unzipTool(const QStringList &arguments)
     EXPECT_TRUE(process.waitForFinished(30000)) << "unzip " << arguments.join(QLatin1Char(' ')).toStdString();
     return process.readAllStandardOutput();
 }
+
+// A raw deflate stream of 1 + 258 * matches zero bytes: one fixed-Huffman
+// block holding a literal zero and then copies of 258 bytes at distance 1,
+// 13 bits each, so that 2 MB inflate to hundreds of MB.
+QByteArray deflatedZeros(int matches)
+{
+    QByteArray out;
+    quint32 bits = 0;
+    int count = 0;
+    const auto put = [&](quint32 value, int length, bool huffman) {
+        for (int i = 0; i < length; ++i) {
+            const int bit = huffman ? length - 1 - i : i; // Huffman codes go most significant bit first
+            bits |= ((value >> bit) & 1u) << count;
+            if (++count == 8) {
+                out.append(char(bits));
+                bits = 0;
+                count = 0;
+            }
+        }
+    };
+    put(1, 1, false); // the last block
+    put(1, 2, false); // fixed codes
+    put(0x30, 8, true); // literal 0
+    for (int i = 0; i < matches; ++i) {
+        put(0xc5, 8, true); // length 258
+        put(0, 5, true);    // distance 1
+    }
+    put(0, 7, true); // end of block
+    if (count > 0)
+        out.append(char(bits));
+    return out;
+}
+
+// A one-member archive laid out by hand, its records claiming what the caller says.
+QByteArray archiveOf(const QByteArray &name, const QByteArray &deflated, quint32 claimedSize, quint32 crc = 0)
+{
+    QByteArray archive;
+    QDataStream out(&archive, QIODevice::WriteOnly);
+    out.setByteOrder(QDataStream::LittleEndian);
+    const auto sizes = [&] { out << crc << quint32(deflated.size()) << claimedSize << quint16(name.size()) << quint16(0); };
+    out << quint32(0x04034b50) << quint16(20) << quint16(0) << quint16(8) << quint32(0);
+    sizes();
+    out.writeRawData(name.constData(), name.size());
+    out.writeRawData(deflated.constData(), deflated.size());
+    const quint32 directory = quint32(archive.size());
+    out << quint32(0x02014b50) << quint16(20) << quint16(20) << quint16(0) << quint16(8) << quint32(0);
+    sizes();
+    out << quint16(0) << quint16(0) << quint16(0) << quint32(0) << quint32(0);
+    out.writeRawData(name.constData(), name.size());
+    const quint32 directorySize = quint32(archive.size()) - directory;
+    out << quint32(0x06054b50) << quint16(0) << quint16(0) << quint16(1) << quint16(1) << directorySize << directory
+        << quint16(0);
+    return archive;
+}
+
+// A device that is not a buffer and counts the bytes taken from it.
+class CountingDevice : public QIODevice
+{
+public:
+    explicit CountingDevice(QByteArray bytes) : m_bytes(std::move(bytes)) {}
+    qint64 size() const override { return m_bytes.size(); }
+    qint64 taken() const { return m_taken; }
+
+protected:
+    qint64 readData(char *data, qint64 max) override
+    {
+        const qint64 count = std::min(max, m_bytes.size() - pos());
+        std::memcpy(data, m_bytes.constData() + pos(), size_t(count));
+        m_taken += count;
+        return count;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    QByteArray m_bytes;
+    qint64 m_taken = 0;
+};
 
 } // namespace
 
@@ -121,9 +227,10 @@ TEST(Zip, WrittenArchivesReadBackByUsAndByTheUnzipTool)
     for (const auto &member : members) {
         QByteArray data("sentinel");
         EXPECT_TRUE(unzip.getEntryData(member.first, data)) << member.first.toStdString();
-        EXPECT_TRUE(data == (member.first == QLatin1String("twice") ? QByteArray("2") : member.second))
-            << member.first.toStdString() << " differs (a repeated name reads as its last member)";
+        EXPECT_TRUE(data == (member.first == QLatin1String("twice") ? QByteArray("1") : member.second))
+            << member.first.toStdString() << " differs (a repeated name reads as its first member)";
     }
+    EXPECT_EQ(unzip.getDuplicateNames(), QList<QString>{"twice"});
     EXPECT_LT(unzip.getEntrySize("zeros.bin"), 1000) << "members are deflated";
 
     QTemporaryDir dir;
@@ -192,9 +299,11 @@ TEST(UnzipHostile, EveryArchiveHandsOverTrueContentOrNothing)
     // names: what must be listed, and then read exactly; unchecked when absent.
     struct Case { std::string what; QByteArray bytes; std::optional<QList<QString>> names; Members members; };
     const QList<QString> none;
-    // Names no caller could pass (a NUL, patched in) or would (backslashes, 65535 characters, 20000 folders).
+    // Names no caller could pass (a NUL, patched in) or would (backslashes, 65535 characters, 20000 folders,
+    // and the deepest name a record holds: 32767 folders, 64 KiB in all).
     Members odd{{"aXb", "content"}, {"c\\d\\e", "content"}, {QString(65535, QLatin1Char('n')), "content"},
-                {QStringLiteral("d/").repeated(20000) + "leaf", "content"}};
+                {QStringLiteral("d/").repeated(20000) + "leaf", "content"},
+                {QStringLiteral("a/").repeated(32767) + "a", "content"}};
     const QByteArray oddArchive = zipOf(odd).replace("aXb", QByteArray("a\0b", 3));
     odd[0].first = QString::fromLatin1("a\0b", 3);
     QList<QString> oddNames;
@@ -235,17 +344,72 @@ TEST(UnzipHostile, EveryArchiveHandsOverTrueContentOrNothing)
                 EXPECT_TRUE(read || !names.contains(member.first) || !c.names) << c.what << ": listed but unread";
             }
             const QVariant map = unzip.getEntriesMap();
+            EXPECT_LE(mapDepth(map), Unzip::kMaxMapDepth + 1) << c.what << ": maps nest without end";
             for (const QString &name : names) {
                 QByteArray data;
                 unzip.getEntryData(name, data);
                 unzip.getEntrySize(name);
                 EXPECT_TRUE(names.contains(name.left(1)) || !unzip.getEntryData(name.left(1), data))
                     << c.what << ": by its first character";
-                QVariant node = map;
-                for (const QString &part : name.split(QLatin1Char('/')))
-                    node = node.toMap().value(part);
-                EXPECT_TRUE(node == QVariant(name) || !c.names) << c.what << ": the entries map";
+                EXPECT_TRUE(mapLookup(map, name) == QVariant(name) || !c.names) << c.what << ": the entries map";
             }
         }
+    }
+}
+
+// Reading over a device fetches the end records and the directory, not the
+// members; members are read when asked for.
+TEST(Unzip, OpensOverADeviceReadingOnlyWhatItNeeds)
+{
+    const QByteArray big = pattern(4 << 20, 3);
+    const QByteArray archive = zipOf({{"big.bin", big}, {"dir/", {}}, {"small.txt", "hello"}});
+    CountingDevice device(archive);
+    Unzip unzip;
+    EXPECT_FALSE(unzip.open(&device)) << "a device not open for reading";
+    ASSERT_TRUE(device.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+    ASSERT_TRUE(unzip.open(&device));
+    EXPECT_EQ(unzip.getFilenames(), (QList<QString>{"big.bin", "small.txt"}));
+    EXPECT_LT(device.taken(), 200 * 1024) << "of " << archive.size() << " bytes";
+    QByteArray data;
+    EXPECT_TRUE(unzip.getEntryData("small.txt", data));
+    EXPECT_EQ(data, QByteArray("hello"));
+    EXPECT_TRUE(unzip.getEntryData("big.bin", data));
+    EXPECT_TRUE(data == big);
+    unzip.close();
+    EXPECT_TRUE(device.isOpen()) << "the caller's device stays open";
+}
+
+// Members inflate no further than the limit or their records' claim: 2 MB of
+// deflate data that make 260 MB are refused by default, and read to their end
+// (where the CRC given here fails) once the limit is raised.
+TEST(Unzip, MembersInflateNoFurtherThanTheLimit)
+{
+    const int matches = (260 << 20) / 258;
+    const quint32 inflated = 1 + 258u * matches;
+    const QByteArray bomb = deflatedZeros(matches);
+    ASSERT_LT(bomb.size(), 3 << 20);
+    const QByteArray small = zipOf({{"zeros", QByteArray(100000, '\0')}});
+    struct Case { const char *what; QByteArray archive; QString name; qint64 limit; ZipUtils::EntryError error; };
+    using ZipUtils::EntryError;
+    const Case cases[] = {
+        {"260 MB claimed", archiveOf("bomb", bomb, inflated), "bomb", 0, EntryError::TooLarge},
+        {"1000 bytes claimed", archiveOf("bomb", bomb, 1000), "bomb", 0, EntryError::Damaged},
+        {"260 MB claimed, the limit raised", archiveOf("bomb", bomb, inflated, 1), "bomb", 400 << 20,
+         EntryError::Damaged},
+        {"100000 bytes at the default", small, "zeros", 0, EntryError::None},
+        {"100000 bytes, the limit just below", small, "zeros", 99999, EntryError::TooLarge},
+        {"100000 bytes, the limit just reached", small, "zeros", 100000, EntryError::None},
+        {"a missing member", small, "absent", 0, EntryError::NotFound},
+    };
+    for (const Case &c : cases) {
+        MemoryBuffer buffer = bufferOf(c.archive);
+        Unzip unzip;
+        ASSERT_TRUE(unzip.openInPlace(&buffer)) << c.what;
+        if (c.limit != 0)
+            unzip.setMemberLimit(c.limit);
+        QByteArray data("untouched");
+        EXPECT_EQ(unzip.getEntryData(c.name, data), c.error == EntryError::None) << c.what;
+        EXPECT_EQ(unzip.lastEntryError(), c.error) << c.what;
+        EXPECT_TRUE(c.error == EntryError::None ? data == QByteArray(100000, '\0') : data == "untouched") << c.what;
     }
 }
