@@ -1,3 +1,4 @@
+#include "ooxml_reader.h"
 #include "ooxmltesting.h"
 
 #include <gtest/gtest.h>
@@ -79,7 +80,9 @@ TEST(OoxmlHostile, BrokenPackagesAreRefusedWithAnIssue)
         {"not a zip", "PK\3\4 but nothing more", VX2_Fatal, "Not a zip archive"},
         {"no content types", zipOf(sound().mid(1)), VX2_Fatal, "Missing content-type list"},
         {"content types twice", zipOf(sound({{"[Content_Types].xml", kTypes}})), VX2_Fatal,
-         "Duplicated content type: a second"},
+         "Duplicated content type: [Content_Types].xml"},
+        {"content types twice in other letter case", zipOf(sound({{"[content_types].XML", kTypes}})), VX2_Fatal,
+         "Duplicated content type: a second [content_types].XML"},
         {"a default twice",
          zipOf(sound({}, QByteArray(kTypes).replace("</Types>", "<Default Extension=\"XML\" ContentType=\"a/b\"/></Types>"))),
          VX2_Fatal, "Duplicated content type: Default for the extension XML"},
@@ -125,6 +128,53 @@ TEST(OoxmlHostile, BrokenPackagesAreRefusedWithAnIssue)
         EXPECT_TRUE(run.output.isEmpty());
         EXPECT_EQ(run.records.filter(QStringLiteral("issue 274 ") + QLatin1String(c.issue)).size(), 1)
             << run.records.join('\n').toStdString();
+    }
+}
+
+TEST(OoxmlHostile, ReadingStaysWithinItsLimits)
+{
+    using namespace Ooxml;
+    ReadLimits small;
+    small.packageSize = 100000;
+    small.members = 8;
+    small.partSize = 1000;
+    small.totalSize = 2500;
+    small.xmlPartSize = 600;
+    small.relationships = 3;
+    const QByteArray threeRelationships = relationships(relationship("r1", "image", "a.png") + relationship("r2", "image", "b.png")
+                                                        + relationship("r3", "image", "c.png"));
+    const struct
+    {
+        const char *what;
+        QByteArray package;
+        OoxmlFault fault;
+        QString detail;
+    } cases[] = {
+        {"a part over its limit", zipOf(sound({{"word/a.png", QByteArray(1001, 'a')}})), faultPartTooLarge,
+         "word/a.png (more than 1000 bytes)"},
+        // Deflate makes 50 MB of zeros a few kilobytes; reading stops at the limit.
+        {"a small member that inflates far", zipOf(sound({{"word/a.png", QByteArray(50 << 20, 0)}})), faultPartTooLarge,
+         "word/a.png (more than 1000 bytes)"},
+        {"parts over the total", zipOf(sound({{"a.png", QByteArray(900, 'a')}, {"b.png", QByteArray(900, 'b')},
+                                              {"c.png", QByteArray(900, 'c')}})),
+         faultTooLarge, "more than 2500 bytes of parts"},
+        {"a package over its limit", QByteArray(100001, 'P'), faultTooLarge, "100001 bytes; the limit is 100000"},
+        {"too many members", zipOf(sound({{"1", ""}, {"2", ""}, {"3", ""}, {"4", ""}, {"5", ""}, {"6", ""}})),
+         faultTooManyParts, "9 members; the limit is 8"},
+        {"too many relationships",
+         zipOf(sound({{"word/_rels/document.xml.rels", threeRelationships}})), faultBadRelationships,
+         "word/_rels/document.xml.rels: more than 3 relationships"},
+        {"an XML part over its limit", zipOf(sound({}, kTypes + QByteArray(300, ' '))), faultPartTooLarge,
+         "[Content_Types].xml (more than 600 bytes)"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        MemoryBuffer input = bufferOf(c.package);
+        OoxmlPackage root;
+        ReadFault fault;
+        EXPECT_FALSE(readPackage(input, root, fault, small));
+        EXPECT_EQ(fault.fault, c.fault);
+        EXPECT_EQ(fault.detail, c.detail);
     }
 }
 

@@ -26,6 +26,17 @@ inline constexpr qint64 kMaxXmlPartSize = 16LL << 20;
 inline constexpr int kMaxRelationships = 100000;
 inline constexpr int kMaxNameLength = 1024;
 
+// The limits as one value, so that a reader can be given smaller ones.
+struct ReadLimits
+{
+    qint64 packageSize = kMaxPackageSize;
+    int members = kMaxMembers;
+    qint64 partSize = kMaxPartSize;
+    qint64 totalSize = kMaxTotalSize;
+    qint64 xmlPartSize = kMaxXmlPartSize;
+    int relationships = kMaxRelationships;
+};
+
 inline const QString kContentTypesName = QStringLiteral("[Content_Types].xml");
 inline const QString kRelationshipsContentType =
     QStringLiteral("application/vnd.openxmlformats-package.relationships+xml");

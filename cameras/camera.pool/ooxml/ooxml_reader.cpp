@@ -11,6 +11,7 @@
 #include <QUrl>
 #include <QXmlStreamReader>
 
+#include <algorithm>
 #include <functional>
 
 namespace Ooxml {
@@ -83,18 +84,23 @@ bool attributes(const QXmlStreamReader &reader, std::initializer_list<std::pair<
     return true;
 }
 
-// Reads one member within the limits; `total` counts every byte read so far.
-bool readMember(ZipUtils::Unzip &zip, const QString &name, qint64 limit, qint64 &total, QByteArray &bytes,
-                ReadFault &fault)
+// Reads one member within the limits; `total` counts every byte read so
+// far. The archive inflates no member beyond what the limits leave.
+bool readMember(ZipUtils::Unzip &zip, const QString &name, qint64 limit, qint64 totalLimit, qint64 &total,
+                QByteArray &bytes, ReadFault &fault)
 {
-    if (!zip.getEntryData(name, bytes))
-        return fail(fault, faultDamagedPart, name);
-    if (bytes.size() > limit)
-        return fail(fault, faultPartTooLarge, QStringLiteral("%1 (%2 bytes; the limit is %3)")
-                                                  .arg(name).arg(bytes.size()).arg(limit));
+    const QString tooMuch = QStringLiteral("more than %1 bytes of parts").arg(totalLimit);
+    if (total >= totalLimit)
+        return fail(fault, faultTooLarge, tooMuch);
+    zip.setMemberLimit(std::min(limit, totalLimit - total));
+    if (!zip.getEntryData(name, bytes)) {
+        if (zip.lastEntryError() != ZipUtils::EntryError::TooLarge)
+            return fail(fault, faultDamagedPart, name);
+        if (zip.memberLimit() < limit)
+            return fail(fault, faultTooLarge, tooMuch);
+        return fail(fault, faultPartTooLarge, QStringLiteral("%1 (more than %2 bytes)").arg(name).arg(limit));
+    }
     total += bytes.size();
-    if (total > kMaxTotalSize)
-        return fail(fault, faultTooLarge, QStringLiteral("more than %1 bytes of parts").arg(kMaxTotalSize));
     return true;
 }
 
@@ -145,7 +151,8 @@ bool parseContentTypes(const QByteArray &xml, OoxmlPackage &root, QHash<QString,
     return true;
 }
 
-bool parseRelationships(const QByteArray &xml, const QString &source, OoxmlPackage &root, ReadFault &fault)
+bool parseRelationships(const QByteArray &xml, const QString &source, OoxmlPackage &root, ReadFault &fault,
+                        int limit)
 {
     QString problem;
     int count = root.m_relationships ? static_cast<int>(root.m_relationships->size()) : 0;
@@ -153,8 +160,8 @@ bool parseRelationships(const QByteArray &xml, const QString &source, OoxmlPacka
                                        [&](QXmlStreamReader &reader) {
         if (reader.name() != QLatin1String("Relationship"))
             return true;
-        if (++count > kMaxRelationships) {
-            problem = QStringLiteral("more than %1 relationships").arg(kMaxRelationships);
+        if (++count > limit) {
+            problem = QStringLiteral("more than %1 relationships").arg(limit);
             return false;
         }
         QString id, type, target;
@@ -174,18 +181,24 @@ bool parseRelationships(const QByteArray &xml, const QString &source, OoxmlPacka
     return true;
 }
 
-bool readPackage(const MemoryBuffer &input, OoxmlPackage &root, ReadFault &fault)
+bool readPackage(const MemoryBuffer &input, OoxmlPackage &root, ReadFault &fault, const ReadLimits &limits)
 {
     root.clear();
-    if (input.sizeOfMB() > static_cast<size_t>(kMaxPackageSize))
-        return fail(fault, faultTooLarge, QStringLiteral("%1 bytes; the limit is %2").arg(input.sizeOfMB()).arg(kMaxPackageSize));
+    if (input.sizeOfMB() > static_cast<size_t>(limits.packageSize))
+        return fail(fault, faultTooLarge,
+                    QStringLiteral("%1 bytes; the limit is %2").arg(input.sizeOfMB()).arg(limits.packageSize));
     ZipUtils::Unzip zip;
     if (!zip.openInPlace(&input))
         return fail(fault, faultNotZip, QStringLiteral("the package cannot be opened as a zip archive"));
+    const QList<QString> duplicates = zip.getDuplicateNames();
+    if (!duplicates.isEmpty())
+        return fail(fault, duplicates.contains(kContentTypesName) ? faultDuplicateContentType : faultDuplicatePart,
+                    duplicates.join(QStringLiteral(", ")));
     const QList<QString> names = zip.getFilenames();
     const int members = names.size() + zip.getFolders().size();
-    if (members > kMaxMembers)
-        return fail(fault, faultTooManyParts, QStringLiteral("%1 members; the limit is %2").arg(members).arg(kMaxMembers));
+    if (members > limits.members)
+        return fail(fault, faultTooManyParts,
+                    QStringLiteral("%1 members; the limit is %2").arg(members).arg(limits.members));
 
     QHash<QString, QString> overrides;
     bool haveContentTypes = false;
@@ -197,15 +210,15 @@ bool readPackage(const MemoryBuffer &input, OoxmlPackage &root, ReadFault &fault
             if (haveContentTypes)
                 return fail(fault, faultDuplicateContentType, QStringLiteral("a second %1").arg(name));
             haveContentTypes = true;
-            if (!readMember(zip, name, kMaxXmlPartSize, total, bytes, fault)
+            if (!readMember(zip, name, limits.xmlPartSize, limits.totalSize, total, bytes, fault)
                 || !parseContentTypes(bytes, root, overrides, fault))
                 return false;
         } else if (isRelationshipsPart(name, &source)) {
-            if (!readMember(zip, name, kMaxXmlPartSize, total, bytes, fault)
-                || !parseRelationships(bytes, source, root, fault))
+            if (!readMember(zip, name, limits.xmlPartSize, limits.totalSize, total, bytes, fault)
+                || !parseRelationships(bytes, source, root, fault, limits.relationships))
                 return false;
         } else {
-            if (!readMember(zip, name, kMaxPartSize, total, bytes, fault))
+            if (!readMember(zip, name, limits.partSize, limits.totalSize, total, bytes, fault))
                 return false;
             OoxmlPart *part = root.addPart();
             part->m_name = name;

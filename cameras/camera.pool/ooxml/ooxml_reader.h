@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ooxml_messages.h"
+#include "ooxml_package.h"
 #include "ooxml_schema.h"
 
 #include <QByteArray>
@@ -25,7 +26,8 @@ struct ReadFault
 // with its bytes. False, with the fault, when the package cannot be read
 // within the limits of ooxml_package.h. Which parts and relationships make
 // sense together is left to validation, which sees imported trees too.
-bool readPackage(const MemoryBuffer &input, OoxmlPackage &root, ReadFault &fault);
+bool readPackage(const MemoryBuffer &input, OoxmlPackage &root, ReadFault &fault,
+                 const ReadLimits &limits = ReadLimits());
 
 // The XML of the content-type list and of a relationship part, into the
 // root. A document type declaration, malformed XML, another root element or
@@ -33,6 +35,7 @@ bool readPackage(const MemoryBuffer &input, OoxmlPackage &root, ReadFault &fault
 // Override for a part.
 bool parseContentTypes(const QByteArray &xml, OoxmlPackage &root, QHash<QString, QString> &overrides,
                        ReadFault &fault);
-bool parseRelationships(const QByteArray &xml, const QString &source, OoxmlPackage &root, ReadFault &fault);
+bool parseRelationships(const QByteArray &xml, const QString &source, OoxmlPackage &root, ReadFault &fault,
+                        int limit = kMaxRelationships);
 
 } // namespace Ooxml
