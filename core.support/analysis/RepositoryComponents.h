@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ucp_engine/analysis.functions.h"
 #include "ucp_engine/analysis.ids.h"
+#include "ucp_engine/vxstatus.h"
 
 #include <QString>
 

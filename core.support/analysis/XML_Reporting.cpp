@@ -5,10 +5,14 @@
 
 #include <QByteArray>
 
+#include <mxml.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <iterator>
+#include <memory>
 #include <limits>
 #include <new>
 #include <string_view>
@@ -152,57 +156,6 @@ const std::string &failureDocumentProlog()
     return prolog;
 }
 
-XmlWriter::XmlWriter()
-    : m_xml(checked(mxmlNewXML("1.0")), mxmlDelete)
-{
-    m_saveBound += std::strlen(mxmlGetElement(m_xml.get())) + kElementSlack;
-    m_root = addElement(m_xml.get(), "vx:CorvidInfo");
-    setAttribute(m_root, "xsi:schemaLocation", schemaLocation);
-    setAttribute(m_root, "xmlns:xsi", xmlSchemaInstanceURI);
-    setAttribute(m_root, "xmlns:vx", reportNamespaceURI);
-}
-
-XmlWriter::~XmlWriter() = default;
-
-std::string XmlWriter::getBriefDescription(int) const
-{
-    return std::string();
-}
-
-uint32_t XmlWriter::writeXML_Analysis(DocumentAnalysis &analysis, DocumentStatistics &document,
-                                      MemoryBuffer *outBuf, bool detailed)
-{
-    m_document = &document;
-    // The report only ever goes into a fresh buffer; checked before building,
-    // which a refused buffer then does not pay for.
-    if (!outBuf || outBuf->sizeOfMB() != 0) {
-        analysis.reportInternalError("outBuf->start == NULL");
-        return 0;
-    }
-
-    mxml_node_t *statistics = addElement(m_root, "vx:DocumentStatistics");
-    ScopeGuard dropStatistics([statistics] { mxmlDelete(statistics); });
-    CreateDocumentSummary(statistics);
-    CreateIssueInfoNode(statistics);
-    CreateContentGroups(statistics, detailed);
-    CreateExtractedItems(statistics);
-
-    // Whatever stops the writing, the buffer is left empty as it came.
-    ScopeGuard emptyOutput([outBuf] { outBuf->resizeBuffer(0, false); });
-    size_t length = 0;
-    try {
-        length = saveReport(outBuf);
-    } catch (const WriteBufferException &) {
-        length = 0;
-    }
-    if (length == 0) {
-        analysis.reportInternalError("Unable to save analysis report");
-        return 0;
-    }
-    emptyOutput.dismiss();
-    return static_cast<uint32_t>(length);
-}
-
 // The text of a report as it is saved piece by piece: a list of blocks, so
 // that a growing report is never copied; at most what one Mini-XML save can
 // hold, so the report has one limit whatever its shape.
@@ -244,6 +197,151 @@ private:
     size_t m_size = 0;
 };
 
+// The writer's state and building steps, with the Mini-XML tree they build.
+class XmlWriter::Impl
+{
+public:
+    Impl();
+
+    uint32_t writeXML_Analysis(DocumentAnalysis &analysis, DocumentStatistics &document, MemoryBuffer *outBuf,
+                               bool detailed);
+
+    // Mini-XML's save callback: tabs before open tags and before the close
+    // tags of container elements, as deep as the element (root 0, at most 8),
+    // a newline after a container's open tag and after every close tag.
+    static const char *whitespace_cb(mxml_node_t *node, int where);
+
+private:
+    void CreateDocumentSummary(mxml_node_t *statistics);
+    void CreateIssueInfoNode(mxml_node_t *statistics);
+    void CreateIssueInfoItem(mxml_node_t *groups, const IssueRange &range, const std::string &description);
+    void CreateContentGroups(mxml_node_t *statistics, bool detailed);
+    void CreateContentGroup(mxml_node_t *groups, const ContentGroup &group, bool detailed);
+    template <typename Item>
+    void AddItemList(mxml_node_t *group, const char *listName, const char *itemName, const ItemMap<Item> &items,
+                     mxml_node_t *(Impl::*addItem)(mxml_node_t *, const Item &));
+    mxml_node_t *AddContentItem(mxml_node_t *list, const ContentItem &item);
+    mxml_node_t *AddSanitisationItem(mxml_node_t *list, const SanitisationItem &item);
+    mxml_node_t *AddRemedyItem(mxml_node_t *list, const RemedyItem &item);
+    mxml_node_t *AddIssueItem(mxml_node_t *list, const IssueItem &item);
+    void CreateExtractedItems(mxml_node_t *statistics);
+    void CreateExtractedText(mxml_node_t *items, const ExtractedText &text);
+    void CreateExtractedImage(mxml_node_t *items, const ExtractedImage &image);
+
+    mxml_node_t *addExtractedItem(mxml_node_t *items, uint64_t offset, uint64_t itemIndex,
+                                  const std::string &location);
+
+    // Node helpers: they keep m_saveBound and throw std::bad_alloc when
+    // Mini-XML cannot allocate.
+    mxml_node_t *addElement(mxml_node_t *parent, const char *name);
+    void addText(mxml_node_t *element, const char *text);
+    mxml_node_t *addTextElement(mxml_node_t *parent, const char *name, const std::string &text);
+    mxml_node_t *addNumberElement(mxml_node_t *parent, const char *name, uint64_t value);
+    // The total, average, smallest and largest size of a record, in that order.
+    void addSizeElements(mxml_node_t *parent, const AnalysisArtifact &item);
+    mxml_node_t *addRangeElement(mxml_node_t *parent, const char *name, uint32_t value);
+    void setAttribute(mxml_node_t *element, const char *name, const char *value);
+    void setCountAttribute(mxml_node_t *element, const char *name, uint64_t value);
+    // Text in XML-safe form; see the definition for what is replaced.
+    const char *xmlText(const std::string &text);
+
+    struct FreeDeleter
+    {
+        void operator()(char *text) const { std::free(text); }
+    };
+    // Saves the report into outBuf; answers its length, 0 on failure.
+    size_t saveReport(MemoryBuffer *outBuf);
+    struct SavedText
+    {
+        std::unique_ptr<char, FreeDeleter> m_text; // null when the save failed
+        size_t m_length = 0;
+    };
+    // The text of a node's tree, saved with the whitespace callback.
+    SavedText saveNode(mxml_node_t *node, size_t bound);
+    // Saves a record's tree (bounded by m_saveBound) at the end of report.
+    bool appendSaved(mxml_node_t *node, ReportText &report);
+
+    // An item list whose items are written only as the report is saved: its
+    // placeholder item, and what writes the items in its place.
+    struct DeferredList
+    {
+        mxml_node_t *m_placeholder;
+        std::function<bool(ReportText &)> m_writeItems;
+    };
+
+    std::unique_ptr<mxml_node_t, void (*)(mxml_node_t *)> m_xml;
+    mxml_node_t *m_root = nullptr;
+    const DocumentStatistics *m_document = nullptr;
+    std::string m_xmlTextScratch;
+    // The longest the saved text of the nodes built since the last save can
+    // be, kept up to date as nodes are added.
+    size_t m_saveBound = 1;
+    std::vector<DeferredList> m_deferredLists;
+    std::vector<char> m_scratchSave;
+};
+
+XmlWriter::XmlWriter()
+    : m_impl(std::make_unique<Impl>())
+{
+}
+
+XmlWriter::~XmlWriter() = default;
+
+std::string XmlWriter::getBriefDescription(int) const
+{
+    return std::string();
+}
+
+uint32_t XmlWriter::writeXML_Analysis(DocumentAnalysis &analysis, DocumentStatistics &document,
+                                      MemoryBuffer *outBuf, bool detailed)
+{
+    return m_impl->writeXML_Analysis(analysis, document, outBuf, detailed);
+}
+
+XmlWriter::Impl::Impl()
+    : m_xml(checked(mxmlNewXML("1.0")), mxmlDelete)
+{
+    m_saveBound += std::strlen(mxmlGetElement(m_xml.get())) + kElementSlack;
+    m_root = addElement(m_xml.get(), "vx:CorvidInfo");
+    setAttribute(m_root, "xsi:schemaLocation", schemaLocation);
+    setAttribute(m_root, "xmlns:xsi", xmlSchemaInstanceURI);
+    setAttribute(m_root, "xmlns:vx", reportNamespaceURI);
+}
+
+uint32_t XmlWriter::Impl::writeXML_Analysis(DocumentAnalysis &analysis, DocumentStatistics &document,
+                                            MemoryBuffer *outBuf, bool detailed)
+{
+    m_document = &document;
+    // The report only ever goes into a fresh buffer; checked before building,
+    // which a refused buffer then does not pay for.
+    if (!outBuf || outBuf->sizeOfMB() != 0) {
+        analysis.reportInternalError("outBuf->start == NULL");
+        return 0;
+    }
+
+    mxml_node_t *statistics = addElement(m_root, "vx:DocumentStatistics");
+    ScopeGuard dropStatistics([statistics] { mxmlDelete(statistics); });
+    CreateDocumentSummary(statistics);
+    CreateIssueInfoNode(statistics);
+    CreateContentGroups(statistics, detailed);
+    CreateExtractedItems(statistics);
+
+    // Whatever stops the writing, the buffer is left empty as it came.
+    ScopeGuard emptyOutput([outBuf] { outBuf->resizeBuffer(0, false); });
+    size_t length = 0;
+    try {
+        length = saveReport(outBuf);
+    } catch (const WriteBufferException &) {
+        length = 0;
+    }
+    if (length == 0) {
+        analysis.reportInternalError("Unable to save analysis report");
+        return 0;
+    }
+    emptyOutput.dismiss();
+    return static_cast<uint32_t>(length);
+}
+
 // Records are nearly all of a report, and as one Mini-XML tree a report takes
 // well over a kilobyte of nodes per record. So the tree is built without
 // them: every non-empty item list holds one empty placeholder item. That tree
@@ -252,7 +350,7 @@ private:
 // callback indents it as in the whole tree), saved and dropped again. The
 // text is the same as one save of the whole tree; the tree never holds more
 // than one record, whose nodes the allocator then hands out again and again.
-size_t XmlWriter::saveReport(MemoryBuffer *outBuf)
+size_t XmlWriter::Impl::saveReport(MemoryBuffer *outBuf)
 {
     const SavedText skeleton = saveNode(m_xml.get(), m_saveBound);
     if (!skeleton.m_text)
@@ -279,7 +377,7 @@ size_t XmlWriter::saveReport(MemoryBuffer *outBuf)
     return report.size();
 }
 
-void XmlWriter::CreateDocumentSummary(mxml_node_t *statistics)
+void XmlWriter::Impl::CreateDocumentSummary(mxml_node_t *statistics)
 {
     const DocumentSummary &summary = m_document->summary();
     mxml_node_t *node = addElement(statistics, "vx:DocumentSummary");
@@ -290,7 +388,7 @@ void XmlWriter::CreateDocumentSummary(mxml_node_t *statistics)
         addTextElement(node, "vx:FileTypeDetectionMethod", summary.detectionMethod());
 }
 
-void XmlWriter::CreateIssueInfoNode(mxml_node_t *statistics)
+void XmlWriter::Impl::CreateIssueInfoNode(mxml_node_t *statistics)
 {
     const DocumentStatistics::IssueInformationMap &ranges = m_document->issueInformation();
     if (ranges.empty())
@@ -300,8 +398,8 @@ void XmlWriter::CreateIssueInfoNode(mxml_node_t *statistics)
         CreateIssueInfoItem(groups, entry.first, entry.second);
 }
 
-void XmlWriter::CreateIssueInfoItem(mxml_node_t *groups, const IssueRange &range,
-                                    const std::string &description)
+void XmlWriter::Impl::CreateIssueInfoItem(mxml_node_t *groups, const IssueRange &range,
+                                          const std::string &description)
 {
     mxml_node_t *group = addElement(groups, "vx:IssueInformationGroup");
     addRangeElement(group, "vx:IssueIDRangeStart", range.first);
@@ -309,7 +407,7 @@ void XmlWriter::CreateIssueInfoItem(mxml_node_t *groups, const IssueRange &range
     addTextElement(group, "vx:GroupDescription", description);
 }
 
-void XmlWriter::CreateContentGroups(mxml_node_t *statistics, bool detailed)
+void XmlWriter::Impl::CreateContentGroups(mxml_node_t *statistics, bool detailed)
 {
     mxml_node_t *groups = addElement(statistics, "vx:ContentGroups");
     setCountAttribute(groups, "groupCount", m_document->groupCount());
@@ -317,27 +415,25 @@ void XmlWriter::CreateContentGroups(mxml_node_t *statistics, bool detailed)
         CreateContentGroup(groups, *entry.second, detailed);
 }
 
-void XmlWriter::CreateContentGroup(mxml_node_t *groups, const ContentGroup &group, bool detailed)
+void XmlWriter::Impl::CreateContentGroup(mxml_node_t *groups, const ContentGroup &group, bool detailed)
 {
     mxml_node_t *node = addElement(groups, "vx:ContentGroup");
     const QByteArray description = group.BriefDescription().toUtf8();
     addText(addElement(node, "vx:BriefDescription"), description.constData());
     if (detailed)
-        AddItemList(node, "vx:ContentItems", "vx:ContentItem", group.contentItems(),
-                    &XmlWriter::AddContentItem);
+        AddItemList(node, "vx:ContentItems", "vx:ContentItem", group.contentItems(), &Impl::AddContentItem);
     AddItemList(node, "vx:SanitisationItems", "vx:SanitisationItem", group.sanitisationItems(),
-                &XmlWriter::AddSanitisationItem);
-    AddItemList(node, "vx:RemedyItems", "vx:RemedyItem", group.remedyItems(),
-                &XmlWriter::AddRemedyItem);
-    AddItemList(node, "vx:IssueItems", "vx:IssueItem", group.issueItems(), &XmlWriter::AddIssueItem);
+                &Impl::AddSanitisationItem);
+    AddItemList(node, "vx:RemedyItems", "vx:RemedyItem", group.remedyItems(), &Impl::AddRemedyItem);
+    AddItemList(node, "vx:IssueItems", "vx:IssueItem", group.issueItems(), &Impl::AddIssueItem);
 }
 
 // The list element with its count; the items themselves are written when the
 // report is saved (see saveReport).
 template <typename Item>
-void XmlWriter::AddItemList(mxml_node_t *group, const char *listName, const char *itemName,
-                            const ItemMap<Item> &items,
-                            mxml_node_t *(XmlWriter::*addItem)(mxml_node_t *, const Item &))
+void XmlWriter::Impl::AddItemList(mxml_node_t *group, const char *listName, const char *itemName,
+                                  const ItemMap<Item> &items,
+                                  mxml_node_t *(Impl::*addItem)(mxml_node_t *, const Item &))
 {
     mxml_node_t *list = addElement(group, listName);
     setCountAttribute(list, "itemCount", items.size());
@@ -357,7 +453,7 @@ void XmlWriter::AddItemList(mxml_node_t *group, const char *listName, const char
     }});
 }
 
-mxml_node_t *XmlWriter::AddContentItem(mxml_node_t *list, const ContentItem &item)
+mxml_node_t *XmlWriter::Impl::AddContentItem(mxml_node_t *list, const ContentItem &item)
 {
     mxml_node_t *node = addElement(list, "vx:ContentItem");
     addTextElement(node, "vx:TechnicalDescription", item.description());
@@ -366,7 +462,7 @@ mxml_node_t *XmlWriter::AddContentItem(mxml_node_t *list, const ContentItem &ite
     return node;
 }
 
-mxml_node_t *XmlWriter::AddSanitisationItem(mxml_node_t *list, const SanitisationItem &item)
+mxml_node_t *XmlWriter::Impl::AddSanitisationItem(mxml_node_t *list, const SanitisationItem &item)
 {
     mxml_node_t *node = addElement(list, "vx:SanitisationItem");
     addTextElement(node, "vx:TechnicalDescription", item.description());
@@ -376,7 +472,7 @@ mxml_node_t *XmlWriter::AddSanitisationItem(mxml_node_t *list, const Sanitisatio
     return node;
 }
 
-mxml_node_t *XmlWriter::AddRemedyItem(mxml_node_t *list, const RemedyItem &item)
+mxml_node_t *XmlWriter::Impl::AddRemedyItem(mxml_node_t *list, const RemedyItem &item)
 {
     mxml_node_t *node = addElement(list, "vx:RemedyItem");
     addTextElement(node, "vx:TechnicalDescription", item.description());
@@ -384,7 +480,7 @@ mxml_node_t *XmlWriter::AddRemedyItem(mxml_node_t *list, const RemedyItem &item)
     return node;
 }
 
-mxml_node_t *XmlWriter::AddIssueItem(mxml_node_t *list, const IssueItem &item)
+mxml_node_t *XmlWriter::Impl::AddIssueItem(mxml_node_t *list, const IssueItem &item)
 {
     mxml_node_t *node = addElement(list, "vx:IssueItem");
     addTextElement(node, "vx:TechnicalDescription", item.description());
@@ -394,7 +490,7 @@ mxml_node_t *XmlWriter::AddIssueItem(mxml_node_t *list, const IssueItem &item)
     return node;
 }
 
-void XmlWriter::CreateExtractedItems(mxml_node_t *statistics)
+void XmlWriter::Impl::CreateExtractedItems(mxml_node_t *statistics)
 {
     mxml_node_t *items = addElement(statistics, "vx:ExtractedItems");
     setCountAttribute(items, "itemCount",
@@ -405,8 +501,8 @@ void XmlWriter::CreateExtractedItems(mxml_node_t *statistics)
         CreateExtractedImage(items, image);
 }
 
-mxml_node_t *XmlWriter::addExtractedItem(mxml_node_t *items, uint64_t offset, uint64_t itemIndex,
-                                         const std::string &location)
+mxml_node_t *XmlWriter::Impl::addExtractedItem(mxml_node_t *items, uint64_t offset, uint64_t itemIndex,
+                                               const std::string &location)
 {
     mxml_node_t *item = addElement(items, "vx:ExtractedItem");
     setCountAttribute(item, "offset", offset);
@@ -415,13 +511,13 @@ mxml_node_t *XmlWriter::addExtractedItem(mxml_node_t *items, uint64_t offset, ui
     return item;
 }
 
-void XmlWriter::CreateExtractedText(mxml_node_t *items, const ExtractedText &text)
+void XmlWriter::Impl::CreateExtractedText(mxml_node_t *items, const ExtractedText &text)
 {
     mxml_node_t *item = addExtractedItem(items, text.m_offset, text.m_itemIndex, text.m_location);
     addTextElement(addElement(item, "vx:ExtractedText"), "vx:Encoding", text.m_encoding);
 }
 
-void XmlWriter::CreateExtractedImage(mxml_node_t *items, const ExtractedImage &image)
+void XmlWriter::Impl::CreateExtractedImage(mxml_node_t *items, const ExtractedImage &image)
 {
     mxml_node_t *item = addExtractedItem(items, image.m_offset, image.m_itemIndex, image.m_location);
     mxml_node_t *meta = addElement(addElement(item, "vx:ExtractedImage"), "vx:Meta");
@@ -436,27 +532,26 @@ void XmlWriter::CreateExtractedImage(mxml_node_t *items, const ExtractedImage &i
 // Every node and attribute adds what it can cost at most in the saved text
 // to m_saveBound: tags and indentation at their longest, text and attribute
 // values as if every character became "&quot;".
-mxml_node_t *XmlWriter::addElement(mxml_node_t *parent, const char *name)
+mxml_node_t *XmlWriter::Impl::addElement(mxml_node_t *parent, const char *name)
 {
     m_saveBound += 2 * std::strlen(name) + kElementSlack;
     return checked(mxmlNewElement(parent, name));
 }
 
-void XmlWriter::addText(mxml_node_t *element, const char *text)
+void XmlWriter::Impl::addText(mxml_node_t *element, const char *text)
 {
     m_saveBound += kEscapeGrowth * std::strlen(text);
     checked(mxmlNewText(element, 0, text));
 }
 
-mxml_node_t *XmlWriter::addTextElement(mxml_node_t *parent, const char *name,
-                                       const std::string &text)
+mxml_node_t *XmlWriter::Impl::addTextElement(mxml_node_t *parent, const char *name, const std::string &text)
 {
     mxml_node_t *element = addElement(parent, name);
     addText(element, xmlText(text));
     return element;
 }
 
-mxml_node_t *XmlWriter::addNumberElement(mxml_node_t *parent, const char *name, uint64_t value)
+mxml_node_t *XmlWriter::Impl::addNumberElement(mxml_node_t *parent, const char *name, uint64_t value)
 {
     mxml_node_t *element = addElement(parent, name);
     m_saveBound += kNumberDigits;
@@ -464,7 +559,7 @@ mxml_node_t *XmlWriter::addNumberElement(mxml_node_t *parent, const char *name, 
     return element;
 }
 
-void XmlWriter::addSizeElements(mxml_node_t *parent, const RepositoryComponents::AnalysisArtifact &item)
+void XmlWriter::Impl::addSizeElements(mxml_node_t *parent, const RepositoryComponents::AnalysisArtifact &item)
 {
     addNumberElement(parent, "vx:TotalSizeInBytes", item.totalSize());
     addNumberElement(parent, "vx:AverageSizeInBytes", item.averageSize());
@@ -472,7 +567,7 @@ void XmlWriter::addSizeElements(mxml_node_t *parent, const RepositoryComponents:
     addNumberElement(parent, "vx:MaxSizeInBytes", item.maxSize());
 }
 
-mxml_node_t *XmlWriter::addRangeElement(mxml_node_t *parent, const char *name, uint32_t value)
+mxml_node_t *XmlWriter::Impl::addRangeElement(mxml_node_t *parent, const char *name, uint32_t value)
 {
     mxml_node_t *element = addElement(parent, name);
     m_saveBound += kNumberDigits;
@@ -480,19 +575,19 @@ mxml_node_t *XmlWriter::addRangeElement(mxml_node_t *parent, const char *name, u
     return element;
 }
 
-void XmlWriter::setAttribute(mxml_node_t *element, const char *name, const char *value)
+void XmlWriter::Impl::setAttribute(mxml_node_t *element, const char *name, const char *value)
 {
     m_saveBound += std::strlen(name) + kAttributeSlack + kEscapeGrowth * std::strlen(value);
     mxmlElementSetAttrf(element, name, "%s", value);
 }
 
-void XmlWriter::setCountAttribute(mxml_node_t *element, const char *name, uint64_t value)
+void XmlWriter::Impl::setCountAttribute(mxml_node_t *element, const char *name, uint64_t value)
 {
     m_saveBound += std::strlen(name) + kAttributeSlack + kNumberDigits;
     mxmlElementSetAttrf(element, name, "%zu", static_cast<size_t>(value));
 }
 
-XmlWriter::SavedText XmlWriter::saveNode(mxml_node_t *node, size_t bound)
+XmlWriter::Impl::SavedText XmlWriter::Impl::saveNode(mxml_node_t *node, size_t bound)
 {
     // Mini-XML wraps long lines unless told not to; the setting is per thread,
     // so it is made right before every save.
@@ -517,7 +612,7 @@ XmlWriter::SavedText XmlWriter::saveNode(mxml_node_t *node, size_t bound)
     return saved;
 }
 
-bool XmlWriter::appendSaved(mxml_node_t *node, ReportText &report)
+bool XmlWriter::Impl::appendSaved(mxml_node_t *node, ReportText &report)
 {
     // Records are small: one scratch buffer, grown to the largest bound seen,
     // serves them all.
@@ -537,7 +632,7 @@ bool XmlWriter::appendSaved(mxml_node_t *node, ReportText &report)
 // other byte through, so a control code or a malformed UTF-8 sequence would
 // make the report unreadable. Such bytes are written in the "#%02x" form the
 // descriptions use; well-formed text, UTF-8 included, stays byte for byte.
-const char *XmlWriter::xmlText(const std::string &text)
+const char *XmlWriter::Impl::xmlText(const std::string &text)
 {
     const auto *bytes = reinterpret_cast<const unsigned char *>(text.data());
     const size_t size = text.size();
@@ -572,7 +667,7 @@ bool XmlWriter::findElement(const char *name)
                               std::string_view(name));
 }
 
-const char *XmlWriter::whitespace_cb(mxml_node_t *node, int where)
+const char *XmlWriter::Impl::whitespace_cb(mxml_node_t *node, int where)
 {
     const char *name = mxmlGetElement(node);
     if (!name)

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "cameras/filetype.h"
-#include "ucp_engine/analysis.functions.h"
+#include "ucp_engine/vxstatus.h"
 
 #include <QMap>
 #include <QtPlugin>

@@ -4,7 +4,7 @@
 #include "buffers/MemoryBufferPool.h"
 #include "cameras/camera_interfaces.h"
 #include "policy/ContentManagement.h"
-#include "ucp/ucpserialization.h"
+#include "ucp/serializationformat.h"
 
 #include <QFile>
 #include <QMap>

@@ -253,7 +253,7 @@ unsigned int ContentManagement::exportRepositoryAsXML(MemoryBuffer *buffer)
     return 0;
 }
 
-unsigned int ContentManagement::exportConfigToAnalysisXML(mxml_node_t *)
+unsigned int ContentManagement::exportConfigToAnalysisXML(XML_Reporting::ReportElement *)
 {
     // The report carries no policy.
     return static_cast<unsigned int>(-1);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "cameras/filetype.h"
-#include "ucp/ucpserialization.h"
+#include "ucp/serializationformat.h"
 
 #include <QObject>
 #include <QSettings>
@@ -12,7 +12,9 @@
 
 class MemoryBuffer;
 class QIODevice;
-typedef struct _mxml_node_s mxml_node_t;
+namespace XML_Reporting {
+struct ReportElement;
+}
 
 // Document profiles of the policy.
 enum eVxConfigType {
@@ -83,7 +85,8 @@ public:
     unsigned int connectRepositoryToXMLFile(const QString &path);
     unsigned int loadRepositoryFromXML(MemoryBuffer *buffer);
     unsigned int exportRepositoryAsXML(MemoryBuffer *buffer);
-    unsigned int exportConfigToAnalysisXML(mxml_node_t *node);
+    // The report carries no policy: writes nothing and answers (unsigned)-1.
+    unsigned int exportConfigToAnalysisXML(XML_Reporting::ReportElement *element);
 
     bool getSerializationFormat(SerializationFormat &format, bool &pretty);
     eVxContentManagementSetting getSetting(const QString &profile, const QString &switchName);

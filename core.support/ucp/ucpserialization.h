@@ -1,7 +1,5 @@
 #pragma once
 
-// Interchange forms of a serialised structure tree.
-enum SerializationFormat {
-    sfXML = 0,
-    sfSISL = 1,
-};
+// Serialisation of structure trees. The interchange forms have a header of
+// their own, for code that only names them.
+#include "ucp/serializationformat.h"
