@@ -18,7 +18,7 @@ repetitions=${2:-3}
 count=500
 
 if [ ! -x "$build/tools/vxcam" ] || [ ! -f "$build/plugins/libooxml.so" ]; then
-  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVX_BUILD_TESTS=OFF -DVX_BUILD_BENCH=OFF >/dev/null
+  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF -DVX_BUILD_BENCH=OFF >/dev/null
   cmake --build "$build" -j 2 --target vxcam fileidentifier ooxml openxml >/dev/null
 fi
 
