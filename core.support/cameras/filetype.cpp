@@ -5,6 +5,7 @@
 #include "containers/pole.h"
 
 #include <QRegularExpression>
+#include <QXmlStreamReader>
 
 #include <algorithm>
 #include <iterator>
@@ -122,6 +123,14 @@ const Row kRows[] = {
     {"pptx", "", "Presentation", ft_pptx, "", 5},
     {"xls", "", "Worksheet", ft_xls, "", 2},
     {"xlsx", "", "Worksheet", ft_xlsx, "", 5},
+    // Kinds told apart by their content or extension beyond the rows above.
+    // Every key that the rows above answer still finds its row first.
+    {"xls", "00020810-0000-0000-C000-000000000046", "Excel.Sheet.5", ft_xls, "Microsoft Excel 5.0/95 Workbook", 2},
+    {"xlt", "00020820-0000-0000-C000-000000000046", "Excel.Template.8", ft_xls, "Microsoft Excel 97-2003 Template", 2},
+    {"pot", "64818D10-4F9B-11CF-86EA-00AA00B929E8", "PowerPoint.Template.8", ft_ppt, "Microsoft PowerPoint 97-2003 Template", 3},
+    {"msi", "000C1084-0000-0000-C000-000000000046", "Msi.Package", ft_unknown, "Windows Installer Package", 0},
+    {"msp", "000C1086-0000-0000-C000-000000000046", "Msi.Patch", ft_unknown, "Windows Installer Patch", 0},
+    {"mst", "000C1082-0000-0000-C000-000000000046", "Msi.Transform", ft_unknown, "Windows Installer Transform", 0},
 };
 
 #define VX_FILE_TYPE_NAME(name, value) {name, #name},
@@ -196,16 +205,19 @@ ft_t FileType::getFileTypeFromProgID(std::string progId) const
 
 std::string FileType::getExtensionFromFileTypeEnum(ft_t type) const
 {
-    const FileTypeIdentifier_t *row =
-        firstRow(m_fileTypes, [type](const FileTypeIdentifier_t &r) { return r.fileType == type; });
+    const FileTypeIdentifier_t *row = findFileType(type);
     return row ? row->extension : std::string();
 }
 
 eCameraId_t FileType::getCameraIdFromFileTypeEnum(ft_t type) const
 {
-    const FileTypeIdentifier_t *row =
-        firstRow(m_fileTypes, [type](const FileTypeIdentifier_t &r) { return r.fileType == type; });
+    const FileTypeIdentifier_t *row = findFileType(type);
     return row ? row->cameraId : eCameraId_Default;
+}
+
+const FileTypeIdentifier_t *FileType::findFileType(ft_t type) const
+{
+    return firstRow(m_fileTypes, [type](const FileTypeIdentifier_t &r) { return r.fileType == type; });
 }
 
 ft_t FileType::getFileTypeFromCameraId(eCameraId_t camera) const
@@ -217,8 +229,17 @@ ft_t FileType::getFileTypeFromCameraId(eCameraId_t camera) const
 
 const FileTypeIdentifier_t *FileType::findExtension(const std::string &extension) const
 {
-    return firstRow(m_fileTypes,
-                    [&](const FileTypeIdentifier_t &r) { return r.extension == extension; });
+    return firstRow(m_fileTypes, [&](const FileTypeIdentifier_t &r) { return r.extension == extension; });
+}
+
+const FileTypeIdentifier_t *FileType::findProgId(const std::string &progId) const
+{
+    return firstRow(m_fileTypes, [&](const FileTypeIdentifier_t &r) { return r.progId == progId; });
+}
+
+const FileTypeIdentifier_t *FileType::findClassId(const std::string &classId) const
+{
+    return firstRow(m_fileTypes, [&](const FileTypeIdentifier_t &r) { return r.classId == classId; });
 }
 
 // --- Office Open XML sub-type --------------------------------------------------
@@ -226,6 +247,9 @@ const FileTypeIdentifier_t *FileType::findExtension(const std::string &extension
 namespace {
 
 const char kOpcStructureMatch[] = "structure match";
+const char kContentTypesPart[] = "[Content_Types].xml";
+// [Content_Types].xml lists a few dozen types; anything this large is not one.
+const qint64 kContentTypesLimit = 1 << 20;
 
 // Whether some file member lies in the top-level folder (or is named so):
 // the same as the folder being a key of the archive's entries map, without
@@ -236,6 +260,60 @@ bool hasTopLevelFolder(const QList<QString> &fileNames, const QString &folder)
         return name.startsWith(folder)
                && (name.size() == folder.size() || name.at(folder.size()) == QLatin1Char('/'));
     });
+}
+
+ft_t packageFamily(const QList<QString> &fileNames)
+{
+    static const std::pair<const char *, ft_t> kPackageFolders[] = {{"word", ft_docx}, {"xl", ft_xlsx}, {"ppt", ft_pptx}};
+    for (const auto &[folder, type] : kPackageFolders)
+        if (hasTopLevelFolder(fileNames, QLatin1String(folder)))
+            return type;
+    return ft_unknown;
+}
+
+// The main part's content type of each package kind, and the registry's
+// extension for that kind. Content types compare without letter case.
+const struct
+{
+    const char *contentType;
+    const char *extension;
+    bool macroEnabled;
+} kMainContentTypes[] = {
+    {"application/vnd.openxmlformats-officedocument.wordprocessingml.document.main+xml", "docx", false},
+    {"application/vnd.openxmlformats-officedocument.wordprocessingml.template.main+xml", "dotx", false},
+    {"application/vnd.ms-word.document.macroenabled.main+xml", "docm", true},
+    {"application/vnd.ms-word.template.macroenabledtemplate.main+xml", "dotm", true},
+    {"application/vnd.openxmlformats-officedocument.spreadsheetml.sheet.main+xml", "xlsx", false},
+    {"application/vnd.openxmlformats-officedocument.spreadsheetml.template.main+xml", "xltx", false},
+    {"application/vnd.ms-excel.sheet.macroenabled.main+xml", "xlsm", true},
+    {"application/vnd.ms-excel.template.macroenabled.main+xml", "xltm", true},
+    {"application/vnd.openxmlformats-officedocument.presentationml.presentation.main+xml", "pptx", false},
+    {"application/vnd.openxmlformats-officedocument.presentationml.slideshow.main+xml", "ppsx", false},
+    {"application/vnd.openxmlformats-officedocument.presentationml.template.main+xml", "potx", false},
+    {"application/vnd.ms-powerpoint.presentation.macroenabled.main+xml", "pptm", true},
+    {"application/vnd.ms-powerpoint.slideshow.macroenabled.main+xml", "ppsm", true},
+    {"application/vnd.ms-powerpoint.template.macroenabled.main+xml", "potm", true},
+};
+const char kVbaProjectType[] = "application/vnd.ms-office.vbaproject";
+const char kVbaProjectPart[] = "vbaproject.bin";
+
+// Every ContentType of the part's Default and Override elements, lower
+// case. A document type declaration ends the reading: the part has no use
+// for one, and its entities could expand without bound.
+QStringList contentTypes(const QByteArray &part)
+{
+    QStringList types;
+    QXmlStreamReader xml(part);
+    while (!xml.atEnd()) {
+        const QXmlStreamReader::TokenType token = xml.readNext();
+        if (token == QXmlStreamReader::DTD)
+            break;
+        if (token != QXmlStreamReader::StartElement)
+            continue;
+        if (xml.name() == QLatin1String("Override") || xml.name() == QLatin1String("Default"))
+            types << xml.attributes().value(QLatin1String("ContentType")).toString().toLower();
+    }
+    return types;
 }
 
 } // namespace
@@ -250,59 +328,152 @@ ft_t FileType::determineOpcSubType(MemoryBuffer *buffer, const char **reason)
     ZipUtils::Unzip package;
     if (!package.openInPlace(buffer))
         return ft_unknown;
-
-    static const std::pair<const char *, ft_t> kPackageFolders[] = {
-        {"word", ft_docx}, {"xl", ft_xlsx}, {"ppt", ft_pptx}};
-    const QList<QString> fileNames = package.getFilenames();
-    ft_t subType = ft_unknown;
-    for (const auto &[folder, type] : kPackageFolders) {
-        if (hasTopLevelFolder(fileNames, QLatin1String(folder))) {
-            subType = type;
-            break;
-        }
-    }
+    const ft_t subType = packageFamily(package.getFilenames());
     if (subType != ft_unknown && reason)
         *reason = kOpcStructureMatch;
     package.close();
     return subType;
 }
 
+ContainerKind FileType::describeOpcPackage(ZipUtils::Unzip &package) const
+{
+    ContainerKind kind;
+    const QList<QString> names = package.getFilenames();
+    kind.type = packageFamily(names);
+    if (kind.type == ft_unknown)
+        return kind;
+    kind.reason = kOpcStructureMatch;
+    kind.macros = std::any_of(names.cbegin(), names.cend(), [](const QString &name) {
+        return name.section(QLatin1Char('/'), -1).compare(QLatin1String(kVbaProjectPart), Qt::CaseInsensitive) == 0;
+    });
+
+    const qint64 limit = package.memberLimit();
+    package.setMemberLimit(std::min(limit, kContentTypesLimit));
+    QByteArray part;
+    const bool read = package.getEntryData(QLatin1String(kContentTypesPart), part);
+    package.setMemberLimit(limit);
+    if (!read)
+        return kind;
+    for (const QString &type : contentTypes(part)) {
+        if (type == QLatin1String(kVbaProjectType))
+            kind.macros = true;
+        for (const auto &main : kMainContentTypes) {
+            if (type != QLatin1String(main.contentType))
+                continue;
+            // A macro-enabled main part says so whatever the folders say.
+            kind.macros = kind.macros || main.macroEnabled;
+            const FileTypeIdentifier_t *row = findExtension(main.extension);
+            if (row && row->fileType == kind.type && !kind.row)
+                kind.row = row;
+        }
+    }
+    return kind;
+}
+
 // --- compound-file sub-type: from the class identifier of the root entry ------------
 
 namespace {
 
+const char kClassIdentifier[] = "class identifier";
+const char kStreamNames[] = "stream names";
+
 // Root streams that only the binary Office formats write. A file whose root
 // class identifier is all zeros or unknown is still recognised by them: some
-// writers leave the identifier empty or use an older one (spreadsheets saved
-// by LibreOffice carry the Excel 5 identifier, which the registry does not
-// list), and these names are as specific as the identifier. Only a format's
-// main stream counts: the table streams of a Word file and "Current User" of
-// a presentation never appear without it, and alone they prove nothing.
+// writers leave the identifier empty, and these names are as specific as the
+// identifier. Only a format's main stream counts: the table streams of a
+// Word file and "Current User" of a presentation never appear without it,
+// and alone they prove nothing. A Book stream is what Excel 5.0 and 95
+// wrote before Workbook.
 const struct
 {
     const char *name;
     ft_t type;
+    const char *progId;
 } kRootStreamTypes[] = {
-    {"WordDocument", ft_doc},
-    {"Workbook", ft_xls},
-    {"PowerPoint Document", ft_ppt},
+    {"WordDocument", ft_doc, "Word.Document.8"},
+    {"Workbook", ft_xls, "Excel.Sheet.8"},
+    {"Book", ft_xls, "Excel.Sheet.5"},
+    {"PowerPoint Document", ft_ppt, "PowerPoint.Show.8"},
 };
 
-ft_t typeFromRootStreams(const POLE::Storage &storage)
+// The compound-file variants of the Open XML document types.
+ft_t compoundVariant(ft_t type)
 {
-    const QStringList names = storage.entries(QStringLiteral("/"));
-    for (const auto &row : kRootStreamTypes)
-        if (names.contains(QLatin1String(row.name)) && !storage.isDirectory(QLatin1Char('/') + QLatin1String(row.name)))
-            return row.type;
-    return ft_unknown;
+    switch (type) {
+    case ft_docx:
+        return ft_cfb_docx;
+    case ft_xlsx:
+        return ft_cfb_xlsx;
+    case ft_pptx:
+        return ft_cfb_pptx;
+    default:
+        return type;
+    }
 }
+
+class RootEntries
+{
+public:
+    explicit RootEntries(const POLE::Storage &storage)
+        : m_storage(storage), m_names(storage.entries(QStringLiteral("/")))
+    {
+    }
+
+    bool hasStream(const char *name) const { return has(name) && !isStorage(name); }
+    bool hasStorage(const char *name) const { return has(name) && isStorage(name); }
+
+private:
+    bool has(const char *name) const { return m_names.contains(QLatin1String(name)); }
+    bool isStorage(const char *name) const { return m_storage.isDirectory(QLatin1Char('/') + QLatin1String(name)); }
+
+    const POLE::Storage &m_storage;
+    const QStringList m_names;
+};
 
 } // namespace
 
+ContainerKind FileType::describeCompoundFile(const POLE::Storage &storage) const
+{
+    ContainerKind kind;
+    const RootEntries root(storage);
+    kind.macros = root.hasStorage("Macros") || root.hasStorage("_VBA_PROJECT_CUR");
+    // An encrypted package is a compound file around the real one; what
+    // kind of document that holds cannot be told without the password.
+    if (root.hasStream("EncryptionInfo") && root.hasStream("EncryptedPackage")) {
+        kind.encrypted = true;
+        kind.reason = kStreamNames;
+        return kind;
+    }
+
+    QString classId;
+    storage.getClassId(QStringLiteral("/"), classId);
+    classId.replace(QRegularExpression(QStringLiteral("[{}]")), QString());
+    if (const FileTypeIdentifier_t *row = findClassId(classId.toUpper().toUtf8().toStdString())) {
+        kind.type = compoundVariant(row->fileType);
+        kind.row = row;
+        kind.reason = kClassIdentifier;
+    } else {
+        for (const auto &stream : kRootStreamTypes) {
+            if (root.hasStream(stream.name)) {
+                kind.type = stream.type;
+                kind.row = findProgId(stream.progId);
+                kind.reason = kStreamNames;
+                break;
+            }
+        }
+    }
+    // Excel 5.0/95 and 97-2003 workbooks share class identifiers among
+    // writers; the main stream tells the version.
+    if (kind.type == ft_xls) {
+        const char *version = root.hasStream("Workbook") ? "Excel.Sheet.8" : root.hasStream("Book") ? "Excel.Sheet.5" : nullptr;
+        if (version != nullptr)
+            kind.row = findProgId(version);
+    }
+    return kind;
+}
+
 ft_t FileType::determineCfbSubType(MemoryBuffer *buffer, const char **reason, BDDLStructBase_Root *root)
 {
-    static const char *const kClassIdentifier = "class identifier";
-    static const char *const kStructureMatch = "structure match";
     if (root == nullptr || buffer == nullptr)
         return ft_unknown;
 
@@ -314,31 +485,9 @@ ft_t FileType::determineCfbSubType(MemoryBuffer *buffer, const char **reason, BD
         storage.close();
         return ft_unknown;
     }
-
-    QString classId;
-    storage.getClassId(QStringLiteral("/"), classId);
-    classId.replace(QRegularExpression(QStringLiteral("[{}]")), QString());
-    ft_t type = getFileTypeFromClassID(classId.toUpper().toUtf8().toStdString());
-    const char *method = kClassIdentifier;
-    switch (type) {
-    case ft_docx:
-        type = ft_cfb_docx;
-        break;
-    case ft_xlsx:
-        type = ft_cfb_xlsx;
-        break;
-    case ft_pptx:
-        type = ft_cfb_pptx;
-        break;
-    case ft_unknown:
-        type = typeFromRootStreams(storage);
-        method = kStructureMatch;
-        break;
-    default:
-        break;
-    }
-    if (type != ft_unknown && reason != nullptr)
-        *reason = method;
+    const ContainerKind kind = describeCompoundFile(storage);
+    if (kind.type != ft_unknown && reason != nullptr)
+        *reason = kind.reason;
     storage.close();
-    return type;
+    return kind.type;
 }

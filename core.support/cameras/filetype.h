@@ -6,6 +6,12 @@
 
 class BDDLStructBase_Root;
 class MemoryBuffer;
+namespace POLE {
+class Storage;
+}
+namespace ZipUtils {
+class Unzip;
+}
 
 // Every file type the system names. The numbers are stored in structure
 // roots and cross the plug-in interface, so they never change.
@@ -103,6 +109,22 @@ struct FileTypeIdentifier_t
     eCameraId_t cameraId;
 };
 
+// What a container's own structure says beyond its type: the registry row
+// of its exact kind (a template, a macro-enabled or an older version) when
+// the content tells it, and what inspection must know before opening it.
+struct ContainerKind
+{
+    // The type as determineOpcSubType and determineCfbSubType answer it.
+    ft_t type = ft_unknown;
+    // How the kind was found ("structure match", "class identifier",
+    // "stream names"); null when nothing was.
+    const char *reason = nullptr;
+    // Points into the registry that answered, and lives as long as it.
+    const FileTypeIdentifier_t *row = nullptr;
+    bool encrypted = false;
+    bool macros = false;
+};
+
 // The registry of file types: extensions, ProgIDs and class identifiers tied
 // to a type, a description and the camera that handles it. A plain value
 // object; build one where a question is asked. Every search returns the first
@@ -120,12 +142,27 @@ public:
     eCameraId_t getCameraIdFromFileTypeEnum(ft_t type) const;
     ft_t getFileTypeFromCameraId(eCameraId_t camera) const;
 
-    // The first row for an extension, or null; lets a host show the row's
-    // description beside the type.
+    // The first row for an extension, ProgID or class identifier, or null;
+    // lets a host show the row's description beside the type.
     const FileTypeIdentifier_t *findExtension(const std::string &extension) const;
+    const FileTypeIdentifier_t *findProgId(const std::string &progId) const;
+    const FileTypeIdentifier_t *findClassId(const std::string &classId) const;
+    // The first row of a type, or null.
+    const FileTypeIdentifier_t *findFileType(ft_t type) const;
 
     ft_t determineOpcSubType(MemoryBuffer *buffer, const char **reason);
     ft_t determineCfbSubType(MemoryBuffer *buffer, const char **reason, BDDLStructBase_Root *root);
+
+    // The kind of an open Office Open XML package: its family from its
+    // top-level folders (as determineOpcSubType), its exact kind and macros
+    // from the main part's content type, macros also from a vbaProject.bin
+    // part. Reads at most [Content_Types].xml, and no more than 1 MiB of it.
+    ContainerKind describeOpcPackage(ZipUtils::Unzip &package) const;
+    // The kind of an open compound file: from its root class identifier
+    // (as determineCfbSubType), else from its root streams; an encrypted
+    // Office Open XML package by its EncryptionInfo and EncryptedPackage
+    // streams; macros by a Macros or _VBA_PROJECT_CUR storage.
+    ContainerKind describeCompoundFile(const POLE::Storage &storage) const;
 
 private:
     std::vector<FileTypeIdentifier_t> m_fileTypes;

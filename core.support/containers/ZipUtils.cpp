@@ -272,6 +272,8 @@ struct Unzip::Private
     mutable QHash<QString, int> byName;
     mutable QList<QString> duplicates;
     qint64 memberLimit = kDefaultMemberLimit;
+    qint64 listLimit = std::numeric_limits<qint64>::max();
+    bool listComplete = true;
     EntryError lastError = EntryError::None;
 };
 
@@ -285,6 +287,7 @@ bool Unzip::Private::open(std::unique_ptr<Source> from)
         return false;
     }
     isOpen = true;
+    listComplete = true;
     firstOpenEntry = names.size();
     readEntries();
     return true;
@@ -332,12 +335,18 @@ bool Unzip::Private::listMembers()
                                        0, nullptr, 0)
                == UNZ_OK;
     };
+    qint64 cost = 0;
     int status = unzGoToFirstFile(handle);
     for (quint64 count = 0; status == UNZ_OK; ++count) {
         unz_file_info64 info;
         unz64_file_pos position;
         if (count >= maxMembers || !readCurrent(info))
             return false;
+        cost += 2 * static_cast<qint64>(info.size_filename) + kListCostPerMember;
+        if (cost > listLimit) {
+            listComplete = false;
+            return true;
+        }
         if (info.size_filename > static_cast<uLong>(rawName.size())) {
             rawName.resize(static_cast<int>(info.size_filename));
             if (!readCurrent(info))
@@ -563,6 +572,16 @@ bool Unzip::getEntryData(QString name, MemoryBuffer *buffer)
 EntryError Unzip::lastEntryError() const
 {
     return m_d->lastError;
+}
+
+void Unzip::setListLimit(qint64 bytes)
+{
+    m_d->listLimit = std::max<qint64>(bytes, 0);
+}
+
+bool Unzip::isListComplete() const
+{
+    return m_d->listComplete;
 }
 
 void Unzip::setMemberLimit(qint64 bytes)

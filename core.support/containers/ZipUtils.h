@@ -116,6 +116,15 @@ public:
     void setMemberLimit(qint64 bytes);
     qint64 memberLimit() const;
 
+    // How much memory the member list of one open() may take, counted as
+    // the names' size in memory plus kListCostPerMember for each member.
+    // The rest of a larger directory is not listed: its members can be
+    // neither read nor found, and isListComplete() says so. Unlimited
+    // unless set; takes effect at the next open().
+    static constexpr qint64 kListCostPerMember = 64;
+    void setListLimit(qint64 bytes);
+    bool isListComplete() const;
+
 private:
     struct Private;
     std::unique_ptr<Private> m_d;

@@ -1,5 +1,9 @@
 #include "cameras/filetype.h"
 
+#include "containers/ZipUtils.h"
+
+#include <QBuffer>
+
 #include <gtest/gtest.h>
 
 // Every search takes the first matching row, so the rows' order decides these.
@@ -18,10 +22,12 @@ TEST(FileTypeRegistry, KeyLookupsAreExactAndTheFirstRowWins)
         {ext, "dot", ft_doc}, {ext, "docm", ft_docx}, {ext, "potx", ft_pptx}, {ext, "xltm", ft_xlsx},
         {ext, "jfif", ft_jpeg}, {ext, "dll", ft_pe}, {ext, "coff", ft_coff}, {ext, "rels", ft_xml},
         {ext, "vml", ft_xml}, {ext, "bin", ft_binary}, {ext, "tif", ft_tiff}, {ext, "avi", ft_unknown},
-        {ext, "vsdx", ft_unknown}, {ext, "dib", ft_unknown}, {ext, "", ft_unknown},
+        {ext, "vsdx", ft_unknown}, {ext, "dib", ft_unknown}, {ext, "", ft_unknown}, {ext, "pot", ft_ppt},
+        {ext, "xlt", ft_xls}, {ext, "msi", ft_unknown},
         {cls, "00020906-0000-0000-C000-000000000046", ft_doc}, {cls, "00020820-0000-0000-C000-000000000046", ft_xls},
         {cls, "64818D10-4F9B-11CF-86EA-00AA00B929E8", ft_ppt}, {cls, "F4754C9B-64F5-4B40-8AF4-679732AC0607", ft_docx},
         {cls, "f4754c9b-64f5-4b40-8af4-679732ac0607", ft_unknown}, {cls, "tbd", ft_binary}, {cls, "", ft_xlsx},
+        {cls, "00020810-0000-0000-C000-000000000046", ft_xls}, {cls, "000C1084-0000-0000-C000-000000000046", ft_unknown},
         {cls, "25336920-03F9-11cf-8FD0-00AA00686F13", ft_gif}, {cls, "25336920-03F9-11CF-8FD0-00AA00686F13", ft_unknown},
         {prog, "Paint.Picture", ft_bmp}, {prog, "Word.RTF.8", ft_rtf}, {prog, "Document", ft_doc},
         {prog, "Presentation", ft_ppt}, {prog, "Worksheet", ft_xls}, {prog, "Macro-Enabled Worksheet", ft_xlsx},
@@ -53,4 +59,55 @@ TEST(FileTypeRegistry, ReverseLookupsTakeTheFirstRow)
         EXPECT_EQ(registry.getFileTypeFromCameraId(camera), type) << camera;
     EXPECT_STREQ(fileTypeName(ft_gzip), "ft_gzip");
     EXPECT_STREQ(fileTypeName(static_cast<ft_t>(1234)), "");
+}
+
+// A package's family comes from its folders; its exact kind and macros from
+// the main part's content type, and macros also from a vbaProject.bin part.
+TEST(FileTypeRegistry, OfficePackageKinds)
+{
+    const auto types = [](const QByteArray &override) {
+        return "<?xml version=\"1.0\"?><Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
+               "<Default Extension=\"xml\" ContentType=\"application/xml\"/>"
+               "<Override PartName=\"/main.xml\" ContentType=\"" + override + "\"/></Types>";
+    };
+    const QByteArray macroSheet = types("application/vnd.ms-excel.sheet.macroEnabled.main+xml");
+    const QByteArray template_ = types("application/vnd.openxmlformats-officedocument.wordprocessingml.template.main+xml");
+    struct Case { const char *what; QList<QPair<QString, QByteArray>> members; ft_t type; const char *extension;
+                  bool macros; };
+    const Case cases[] = {
+        {"a template", {{"word/document.xml", "<w/>"}, {"[Content_Types].xml", template_}}, ft_docx, "dotx", false},
+        {"a macro-enabled workbook", {{"xl/workbook.xml", "<w/>"}, {"[Content_Types].xml", macroSheet}}, ft_xlsx,
+         "xlsm", true},
+        {"content types compare without letter case",
+         {{"xl/workbook.xml", "<w/>"}, {"[Content_Types].xml", QByteArray(macroSheet).replace("macroEnabled", "MACROENABLED")}},
+         ft_xlsx, "xlsm", true},
+        {"a vbaProject part", {{"ppt/presentation.xml", "<p/>"}, {"ppt/VBAProject.bin", "vba"}}, ft_pptx, nullptr,
+         true},
+        {"a main part of another family", {{"word/document.xml", "<w/>"}, {"[Content_Types].xml", macroSheet}},
+         ft_docx, nullptr, true},
+        {"a document type declaration",
+         {{"word/document.xml", "<w/>"}, {"[Content_Types].xml", "<!DOCTYPE Types [<!ENTITY a \"aaaa\">]>" + template_}},
+         ft_docx, nullptr, false},
+        {"content types over 1 MiB", {{"word/document.xml", "<w/>"},
+                                      {"[Content_Types].xml", template_ + QByteArray(1 << 20, ' ')}},
+         ft_docx, nullptr, false},
+        {"no package folder", {{"main.xml", "<w/>"}, {"[Content_Types].xml", template_}}, ft_unknown, nullptr, false},
+    };
+    const FileType registry;
+    for (const Case &c : cases) {
+        ZipUtils::Zip zip;
+        ASSERT_TRUE(zip.open(0));
+        for (const auto &member : c.members)
+            zip.addEntry(member.first, member.second);
+        QByteArray archive;
+        ASSERT_TRUE(zip.copyZipFile(archive));
+        QBuffer device(&archive);
+        ZipUtils::Unzip package;
+        ASSERT_TRUE(package.open(&device)) << c.what;
+        const ContainerKind kind = registry.describeOpcPackage(package);
+        EXPECT_EQ(kind.type, c.type) << c.what;
+        EXPECT_EQ(kind.row ? kind.row->extension : std::string(), c.extension ? c.extension : "") << c.what;
+        EXPECT_EQ(kind.macros, c.macros) << c.what;
+        EXPECT_EQ(package.memberLimit(), ZipUtils::Unzip::kDefaultMemberLimit) << c.what << ": the limit is put back";
+    }
 }

@@ -13,7 +13,7 @@ using namespace cfbtest;
 namespace {
 
 const char *const kById = "class identifier";
-const char *const kByStreams = "structure match";
+const char *const kByStreams = "stream names";
 const char *const kNone = "untouched";
 
 // The structure root is only checked for null.
@@ -24,13 +24,19 @@ BDDLStructBase_Root *someRoot()
 }
 
 // A file whose root has this class identifier (none: all zeros), stored with
-// its first three fields little-endian, and these streams.
-QByteArray fileWithRoot(const char *clsid, const std::vector<BuiltStream> &streams = {})
+// its first three fields little-endian, and these streams. Empty streams
+// whose names are listed as storages become empty storages.
+QByteArray fileWithRoot(const char *clsid, const std::vector<BuiltStream> &streams = {},
+                        const QStringList &storages = {})
 {
     QByteArray b = clsid ? QUuid(QString::fromLatin1(clsid)).toRfc4122() : QByteArray(16, '\0');
     for (const auto &field : {std::make_pair(0, 4), {4, 2}, {6, 2}})
         std::reverse(b.begin() + field.first, b.begin() + field.first + field.second);
-    return buildCompoundFile(streams, 9, b).bytes;
+    BuiltFile built = buildCompoundFile(streams, 9, b);
+    for (size_t i = 0; i < streams.size(); ++i)
+        if (storages.contains(streams[i].name))
+            built.bytes[built.dirEntryOffset(int(i) + 1) + 66] = 1;
+    return built.bytes;
 }
 
 } // namespace
@@ -56,7 +62,7 @@ TEST(CfbSubType, RootClassIdentifierThroughTheRegistryElseTheRootStreams)
         // Without a known identifier the root's streams decide.
         {"WordDocument", fileWithRoot(nullptr, word), 17, kByStreams},
         {"Workbook", fileWithRoot(nullptr, workbook), 21, kByStreams},
-        {"old workbook id", fileWithRoot("{00020810-0000-0000-C000-000000000046}", workbook), 21, kByStreams},
+        {"old workbook id", fileWithRoot("{00020810-0000-0000-C000-000000000046}", workbook), 21, kById},
         {"PowerPoint Document", fileWithRoot(nullptr, {{"PowerPoint Document", "p"}, {"Current User", "u"}}),
          19, kByStreams},
         {"only tables and Current User",
@@ -94,4 +100,45 @@ TEST(CfbSubType, WithoutARootNothingIsTouchedAndNameErrorsRewind)
               "Error in CFB - name length is odd");
     EXPECT_EQ(odd.tell(), 0u);
     EXPECT_STREQ(reason, kNone);
+}
+
+// Beyond the type: the registry row of the exact kind, and the flags.
+TEST(CfbKind, ExactKindsAndFlagsFromTheRootEntries)
+{
+    const char *const wordId = "{00020906-0000-0000-C000-000000000046}";
+    const char *const excel5Id = "{00020810-0000-0000-C000-000000000046}";
+    struct Case { const char *what; QByteArray bytes; ft_t type; const char *progId; const char *reason; bool encrypted;
+                  bool macros; };
+    const Case cases[] = {
+        {"Word with macros", fileWithRoot(wordId, {{"WordDocument", "w"}, {"Macros", {}}}, {"Macros"}), ft_doc,
+         "Word.Document.8", kById, false, true},
+        {"a stream named Macros", fileWithRoot(wordId, {{"WordDocument", "w"}, {"Macros", "m"}}), ft_doc,
+         "Word.Document.8", kById, false, false},
+        {"Excel with macros", fileWithRoot(nullptr, {{"Workbook", "b"}, {"_VBA_PROJECT_CUR", {}}}, {"_VBA_PROJECT_CUR"}),
+         ft_xls, "Excel.Sheet.8", kByStreams, false, true},
+        {"Excel 5.0/95 by its class identifier", fileWithRoot(excel5Id, {{"Book", "b"}}), ft_xls, "Excel.Sheet.5",
+         kById, false, false},
+        {"Excel 5.0/95 by its stream", fileWithRoot(nullptr, {{"Book", "b"}}), ft_xls, "Excel.Sheet.5", kByStreams,
+         false, false},
+        {"the Excel 5 identifier on a 97-2003 workbook", fileWithRoot(excel5Id, {{"Workbook", "b"}}), ft_xls,
+         "Excel.Sheet.8", kById, false, false},
+        {"an installer database", fileWithRoot("{000C1084-0000-0000-C000-000000000046}"), ft_unknown, "Msi.Package",
+         kById, false, false},
+        {"an encrypted package", fileWithRoot(nullptr, {{"EncryptionInfo", "i"}, {"EncryptedPackage", "p"}}),
+         ft_unknown, nullptr, kByStreams, true, false},
+        {"half an encrypted package", fileWithRoot(nullptr, {{"EncryptedPackage", "p"}}), ft_unknown, nullptr,
+         nullptr, false, false},
+    };
+    const FileType registry;
+    for (const Case &c : cases) {
+        MemoryBuffer buffer = bufferOf(c.bytes);
+        POLE::Storage storage(&buffer);
+        ASSERT_TRUE(storage.open()) << c.what;
+        const ContainerKind kind = registry.describeCompoundFile(storage);
+        EXPECT_EQ(kind.type, c.type) << c.what;
+        EXPECT_EQ(kind.row ? kind.row->progId : std::string(), c.progId ? c.progId : "") << c.what;
+        EXPECT_STREQ(kind.reason, c.reason) << c.what;
+        EXPECT_EQ(kind.encrypted, c.encrypted) << c.what;
+        EXPECT_EQ(kind.macros, c.macros) << c.what;
+    }
 }

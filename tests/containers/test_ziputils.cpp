@@ -377,6 +377,14 @@ TEST(Unzip, OpensOverADeviceReadingOnlyWhatItNeeds)
     EXPECT_TRUE(data == big);
     unzip.close();
     EXPECT_TRUE(device.isOpen()) << "the caller's device stays open";
+
+    // A list limit that holds the first member's name and cost only.
+    Unzip firstOnly;
+    firstOnly.setListLimit(2 * 7 + Unzip::kListCostPerMember);
+    ASSERT_TRUE(firstOnly.open(&device));
+    EXPECT_FALSE(firstOnly.isListComplete());
+    EXPECT_EQ(firstOnly.getFilenames(), QList<QString>{"big.bin"});
+    EXPECT_FALSE(firstOnly.getEntryData("small.txt", data)) << "not listed, not found";
 }
 
 // Members inflate no further than the limit or their records' claim: 2 MB of

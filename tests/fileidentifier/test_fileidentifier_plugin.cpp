@@ -3,6 +3,7 @@
 #include "cameras/camera_pool.h"
 #include "qtprinters.h"
 
+#include <QJsonObject>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -12,7 +13,12 @@
 
 TEST(FileIdentifierPlugin, QtsCastsAndThePluginsAnswers)
 {
-    QObject *const object = QPluginLoader(fileIdentifierModulePath()).instance();
+    QPluginLoader loader(fileIdentifierModulePath());
+    const QJsonObject metaData = loader.metaData();
+    EXPECT_EQ(metaData.value("IID"), QJsonValue("vx_core2_camera_interface_v0.8"));
+    EXPECT_EQ(metaData.value("className"), QJsonValue("FileIdentifier_camera_pluginIF"));
+    EXPECT_EQ(metaData.value("MetaData"), QJsonValue(QJsonObject())) << "an empty object, not a missing key";
+    QObject *const object = loader.instance();
     ASSERT_NE(object, nullptr);
     VXCameraPluginIF *const plugin = qobject_cast<VXCameraPluginIF *>(object);
     ASSERT_NE(plugin, nullptr);

@@ -7,6 +7,7 @@
 
 #include "analysis/RepositoryComponents.h"
 #include "buffers/MemoryBuffer.h"
+#include "cameras/cameraplugin_export.h"
 #include "ucp/bddldocument.h"
 #include "ucp_engine/BDDValidationFuncs.h"
 #include "ucp_engine/bddfilereadwritecommon.h"
@@ -278,3 +279,5 @@ int FileIdentifier_camera_pluginIF::initialiseIDLookups()
 }
 
 } // namespace FileIdentifier
+
+VX_EXPORT_CAMERA_PLUGIN(FileIdentifier::FileIdentifier_camera_pluginIF, "FileIdentifier_camera_pluginIF")

@@ -76,8 +76,8 @@ private:
 class FileIdentifier_camera_pluginIF : public QObject, public VXCameraPluginIF
 {
     Q_OBJECT
-    // No metadata file: the plug-in has nothing to say beyond its identifier.
-    Q_PLUGIN_METADATA(IID VXCameraPluginIF_iid)
+    // Exported with VX_EXPORT_CAMERA_PLUGIN: its metadata holds an empty
+    // "MetaData" object, which Q_PLUGIN_METADATA would leave out.
     Q_INTERFACES(VXCameraPluginIF)
 
 public:
