@@ -45,7 +45,7 @@ TEST(VxcamDisarm, EachDocumentGetsItsVerdictAndOnlyPassedOnesAreWritten)
     EXPECT_EQ(lines[2].value("verdict").toString(), "refused");
     EXPECT_EQ(lines[2].value("refused_for").toArray().first().toString(),
               "Review comments present in xl/comments1.xml");
-    EXPECT_EQ(lines[3].value("error").toString(), "not an Office Open XML document");
+    EXPECT_TRUE(lines[3].value("error").toString().startsWith("not an Office Open XML document ("));
     EXPECT_EQ(QDir(out).entryList(QDir::Files), QStringList({"lo-writer.docx", "macros.docx"}));
     EXPECT_EQ(QDir(dir.filePath("reports")).entryList(QDir::Files),
               QStringList({"lo-calc.xlsx.xml", "lo-writer.docx.xml", "macros.docm.xml"}));

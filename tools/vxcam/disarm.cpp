@@ -1,4 +1,5 @@
 #include "command.h"
+#include "identification.h"
 #include "inputs.h"
 #include "reporter.h"
 
@@ -128,12 +129,15 @@ class Disarmer
 public:
     Disarmer(Camera_Pool &pool, const QByteArray &policy, const QString &outDir, const QString &reportDir,
              Reporter &reporter)
-        : m_pool(pool), m_policy(policy), m_outDir(outDir), m_reportDir(reportDir), m_reporter(reporter)
+        : m_pool(pool), m_identifier(pool), m_policy(policy), m_outDir(outDir), m_reportDir(reportDir),
+          m_reporter(reporter)
     {
     }
 
     void disarm(const QString &path)
     {
+        if (!isOfficePackage(path))
+            return;
         if (QFileInfo(path).size() > kMaxInput) {
             m_reporter.error(path, QStringLiteral("larger than %1 MiB: not disarmed").arg(kMaxInput >> 20), path);
             return;
@@ -141,10 +145,6 @@ public:
         MemoryBuffer input;
         if (!loadFile(path, input, m_reporter))
             return;
-        if (FileType().determineOpcSubType(&input, nullptr) == ft_unknown) {
-            m_reporter.error(path, QStringLiteral("not an Office Open XML document"), path);
-            return;
-        }
 
         CameraBase session(&m_pool);
         MemoryBuffer policy(size_t(m_policy.size()),
@@ -210,6 +210,26 @@ public:
     }
 
 private:
+    // Whether the file is what this command disarms, as vxcam identify
+    // tells it; otherwise the one line that says why not.
+    bool isOfficePackage(const QString &path)
+    {
+        const Identification id = m_identifier.identify(path);
+        QString why;
+        if (!id.ok())
+            why = id.error;
+        else if (id.empty)
+            why = QStringLiteral("is empty");
+        else if (id.encrypted)
+            why = QStringLiteral("an encrypted document (%1) cannot be disarmed").arg(id.typeName());
+        else if (id.type != ft_docx && id.type != ft_xlsx && id.type != ft_pptx)
+            why = QStringLiteral("not an Office Open XML document (%1)")
+                      .arg(id.type == ft_unknown ? QStringLiteral("not identified") : id.typeName());
+        if (!why.isEmpty())
+            m_reporter.error(path, why, path);
+        return why.isEmpty();
+    }
+
     // The camera through the session, as pushCamera runs it, keeping the
     // document view to learn the kind written.
     VX2_RetStatus run(CameraBase &session, MemoryBuffer &input, MemoryBuffer &output, QString &doctype)
@@ -244,6 +264,7 @@ private:
     }
 
     Camera_Pool &m_pool;
+    const Identifier m_identifier;
     const QByteArray m_policy;
     const QString m_outDir;
     const QString m_reportDir;
