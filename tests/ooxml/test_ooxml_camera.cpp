@@ -169,7 +169,8 @@ TEST(OoxmlCamera, UnknownSettingFailsTheRun)
     const Disarm run = disarm(fixture("lo-writer.docx"), policyXml("metadata", "Allow"));
     EXPECT_EQ(run.status, VX2_Fail);
     EXPECT_TRUE(run.output.isEmpty());
-    EXPECT_EQ(countRecords(run.records, "issue", "Unknown eVxCmSwitchSetting"), 1) << run.records.join('\n').toStdString();
+    EXPECT_EQ(countRecords(run.records, "issue", "Unknown eVxCmSwitchSetting"), 1)
+        << run.records.join('\n').toStdString();
 }
 
 } // namespace

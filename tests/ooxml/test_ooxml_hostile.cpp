@@ -33,6 +33,7 @@ QByteArray relationship(const char *id, const char *type, const QByteArray &targ
     return xml + "/>";
 }
 
+const QString kDocumentRelationships = QStringLiteral("word/_rels/document.xml.rels");
 const QByteArray kMainRelationship = relationships(relationship("rId1", "officeDocument", "word/document.xml"));
 
 // A small sound package: the content types, the main relationship and the document.
@@ -54,9 +55,9 @@ QByteArray zipOf(const Members &members)
 }
 
 const QByteArray kBillionLaughs = "<?xml version=\"1.0\"?><!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\">"
-                                  "<!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\"><!ENTITY c \"&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;\">]>"
-                                  "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">"
-                                  "<Relationship Id=\"&c;\" Type=\"t\" Target=\"x\"/></Relationships>";
+                                  "<!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">"
+                                  "<!ENTITY c \"&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;\">]>"
+                                  + relationships("<Relationship Id=\"&c;\" Type=\"t\" Target=\"x\"/>");
 
 struct Hostile
 {
@@ -84,22 +85,23 @@ TEST(OoxmlHostile, BrokenPackagesAreRefusedWithAnIssue)
         {"content types twice in other letter case", zipOf(sound({{"[content_types].XML", kTypes}})), VX2_Fatal,
          "Duplicated content type: a second [content_types].XML"},
         {"a default twice",
-         zipOf(sound({}, QByteArray(kTypes).replace("</Types>", "<Default Extension=\"XML\" ContentType=\"a/b\"/></Types>"))),
+         zipOf(sound({}, QByteArray(kTypes).replace("</Types>",
+                                                    "<Default Extension=\"XML\" ContentType=\"a/b\"/></Types>"))),
          VX2_Fatal, "Duplicated content type: Default for the extension XML"},
         {"content types not XML", zipOf(sound({}, "<Types")), VX2_Fatal, "Invalid content-type list"},
         {"entities in a relationship part", zipOf(sound({}, kTypes, kBillionLaughs)), VX2_Fatal,
          "Invalid relationship part: _rels/.rels: document type declaration"},
         {"target outside the package",
-         zipOf(sound({{"word/_rels/document.xml.rels", relationships(relationship("r1", "image", "../../etc/passwd"))}})),
+         zipOf(sound({{kDocumentRelationships, relationships(relationship("r1", "image", "../../etc/passwd"))}})),
          VX2_Fatal, "Relationship target outside the package: ../../etc/passwd"},
         {"internal target with a scheme",
-         zipOf(sound({{"word/_rels/document.xml.rels", relationships(relationship("r1", "image", "file:///etc/passwd"))}})),
+         zipOf(sound({{kDocumentRelationships, relationships(relationship("r1", "image", "file:///etc/passwd"))}})),
          VX2_Fatal, "Relationship target outside the package: file:///etc/passwd"},
         {"'..' in a part name", zipOf(sound({{"word/../evil.xml", "x"}})), VX2_Fatal,
          "Invalid part name: word/../evil.xml: '..' in a part name"},
         {"part without content type",
          zipOf(sound({{"word/blob.dat", "x"},
-                      {"word/_rels/document.xml.rels", relationships(relationship("r1", "image", "blob.dat"))}})),
+                      {kDocumentRelationships, relationships(relationship("r1", "image", "blob.dat"))}})),
          VX2_Fatal, "Part without a content type: word/blob.dat"},
         {"a member twice", zipOf(sound({{"word/document.xml", "<w:document/>"}})), VX2_Fatal,
          "Duplicated part name: word/document.xml"},
@@ -141,7 +143,8 @@ TEST(OoxmlHostile, ReadingStaysWithinItsLimits)
     small.totalSize = 2500;
     small.xmlPartSize = 600;
     small.relationships = 3;
-    const QByteArray threeRelationships = relationships(relationship("r1", "image", "a.png") + relationship("r2", "image", "b.png")
+    const QByteArray threeRelationships = relationships(relationship("r1", "image", "a.png")
+                                                        + relationship("r2", "image", "b.png")
                                                         + relationship("r3", "image", "c.png"));
     const struct
     {
@@ -162,7 +165,7 @@ TEST(OoxmlHostile, ReadingStaysWithinItsLimits)
         {"too many members", zipOf(sound({{"1", ""}, {"2", ""}, {"3", ""}, {"4", ""}, {"5", ""}, {"6", ""}})),
          faultTooManyParts, "9 members; the limit is 8"},
         {"too many relationships",
-         zipOf(sound({{"word/_rels/document.xml.rels", threeRelationships}})), faultBadRelationships,
+         zipOf(sound({{kDocumentRelationships, threeRelationships}})), faultBadRelationships,
          "word/_rels/document.xml.rels: more than 3 relationships"},
         {"an XML part over its limit", zipOf(sound({}, kTypes + QByteArray(300, ' '))), faultPartTooLarge,
          "[Content_Types].xml (more than 600 bytes)"},
@@ -190,7 +193,8 @@ TEST(OoxmlHostile, HarmlessDamageIsLeftOutAndReported)
     const Package out = inspect(run.output);
     EXPECT_EQ(out.problems(), QStringList());
     EXPECT_EQ(out.parts(), QStringList({"word/document.xml", "word/media/a b.png"}));
-    EXPECT_EQ(run.records.filter("issue 274 Relationship target missing: missing.xml (r1 of word/document.xml)").size(), 1);
+    EXPECT_EQ(run.records.filter("issue 274 Relationship target missing: missing.xml (r1 of word/document.xml)").size(),
+              1);
     EXPECT_EQ(run.records.filter("issue 274 Part not referenced: stray.xml").size(), 1);
     EXPECT_EQ(out.overrides.value("word/media/a b.png"), QString()); // covered by its default
     EXPECT_TRUE(out.bytes.value("word/_rels/document.xml.rels").contains("Target=\"media/a%20b.png\""));

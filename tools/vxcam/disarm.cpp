@@ -94,6 +94,12 @@ struct Findings
     }
 };
 
+// A buffer over the bytes where they lie; they must outlive it.
+MemoryBuffer bufferOver(const QByteArray &bytes)
+{
+    return MemoryBuffer(size_t(bytes.size()), reinterpret_cast<unsigned char *>(const_cast<char *>(bytes.constData())));
+}
+
 QJsonArray toArray(const QStringList &list)
 {
     return QJsonArray::fromStringList(list);
@@ -147,8 +153,7 @@ public:
             return;
 
         CameraBase session(&m_pool);
-        MemoryBuffer policy(size_t(m_policy.size()),
-                            reinterpret_cast<unsigned char *>(const_cast<char *>(m_policy.constData())));
+        MemoryBuffer policy = bufferOver(m_policy);
         session.contentManagement().loadRepositoryFromXML(&policy);
         MemoryBuffer output;
         QString doctype;
@@ -256,7 +261,8 @@ private:
         const QString target = QDir(m_reportDir).filePath(QFileInfo(path).fileName() + QStringLiteral(".xml"));
         QString error;
         const MemoryBuffer *report = session.analysisBuffer();
-        if (!session.dumpAnalysisToBuffer() || !writeAtomically(target, report->constData(), report->sizeOfMB(), error)) {
+        if (!session.dumpAnalysisToBuffer()
+            || !writeAtomically(target, report->constData(), report->sizeOfMB(), error)) {
             m_reporter.error(path, QStringLiteral("cannot write the report %1 %2").arg(target, error), path);
             return QString();
         }
@@ -305,7 +311,7 @@ int runDisarm(CommandContext &context)
     }
     const QByteArray policy = policyFile.readAll();
     ContentManagement check;
-    MemoryBuffer policyBuffer(size_t(policy.size()), reinterpret_cast<unsigned char *>(const_cast<char *>(policy.constData())));
+    MemoryBuffer policyBuffer = bufferOver(policy);
     if (policy.isEmpty() || check.loadRepositoryFromXML(&policyBuffer) != 0 || check.status() != QSettings::NoError) {
         reporter.error(policyPath, QStringLiteral("not a policy document (XML with the root element \"config\")"));
         return 1;

@@ -268,11 +268,12 @@ ContentKind kindOfPart(const QString &contentType, const QString &name, const QS
 
 QByteArray emptyContentOf(const QString &contentType)
 {
-    if (contentType.compare(QLatin1String("application/vnd.openxmlformats-officedocument.wordprocessingml.comments+xml"),
-                            Qt::CaseInsensitive) == 0)
-        return QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n"
-                                 "<w:comments xmlns:w=\"http://schemas.openxmlformats.org/wordprocessingml/2006/main\"/>");
-    return QByteArray();
+    static const QLatin1String kWordComments(
+        "application/vnd.openxmlformats-officedocument.wordprocessingml.comments+xml");
+    if (contentType.compare(kWordComments, Qt::CaseInsensitive) != 0)
+        return QByteArray();
+    return QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n<w:comments "
+                             "xmlns:w=\"http://schemas.openxmlformats.org/wordprocessingml/2006/main\"/>");
 }
 
 ft_t imageFileType(const QString &contentType)

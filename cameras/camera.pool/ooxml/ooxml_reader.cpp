@@ -51,7 +51,9 @@ bool walkPackageXml(const QByteArray &xml, const QString &rootName, const QStrin
             }
             if (depth == 2 && !child(reader)) {
                 if (problem.isEmpty())
-                    problem = QStringLiteral("element %1 at line %2").arg(reader.name().toString()).arg(reader.lineNumber());
+                    problem = QStringLiteral("element %1 at line %2")
+                                  .arg(reader.name().toString())
+                                  .arg(reader.lineNumber());
                 return false;
             }
             break;
@@ -231,7 +233,8 @@ bool readPackage(const MemoryBuffer &input, OoxmlPackage &root, ReadFault &fault
         return fail(fault, faultNoContentTypes, kContentTypesName);
 
     QHash<QString, QString> defaults;
-    defaultsOf(root).forEach([&](OoxmlDefault &entry) { defaults.insert(entry.m_extension.toLower(), entry.m_contentType); });
+    defaultsOf(root).forEach(
+        [&](const OoxmlDefault &entry) { defaults.insert(entry.m_extension.toLower(), entry.m_contentType); });
     partsOf(root).forEach([&](OoxmlPart &part) {
         const QString key = partKey(part.m_name);
         part.m_contentType = overrides.contains(key) ? overrides.value(key)

@@ -70,6 +70,12 @@ bool keptWhole(const OoxmlPart *part)
     return part != nullptr && part->m_disposition == dispKeep;
 }
 
+// Where a relationship stands, for messages.
+QString sourceName(const OoxmlRelationship &relationship)
+{
+    return relationship.m_source.isEmpty() ? QStringLiteral("the package") : relationship.m_source;
+}
+
 bool kept(const OoxmlRelationship *relationship)
 {
     return relationship->m_disposition == dispKeep;
@@ -148,13 +154,18 @@ public:
             if (sw.kind == kindMacros)
                 macroEnabledType(sw);
             for (OoxmlPart *part : m_index.parts())
-                if (keptWhole(part) && kindOfPart(part->m_contentType, part->m_name, m_index.incomingTypes(part)) == sw.kind)
+                if (keptWhole(part) && kindOf(*part) == sw.kind)
                     sw.kind == kindImages ? image(sw, *part) : content(sw, *part);
         }
         removeDependents(m_index);
     }
 
 private:
+    ContentKind kindOf(const OoxmlPart &part) const
+    {
+        return kindOfPart(part.m_contentType, part.m_name, m_index.incomingTypes(&part));
+    }
+
     // The setting is read when the switch first has something to say, so a
     // clean package needs no policy at all.
     eVxContentManagementSetting setting(const Switch &sw)
@@ -183,8 +194,7 @@ private:
 
     void externalLink(const Switch &sw, OoxmlRelationship &relationship)
     {
-        const QString source = relationship.m_source.isEmpty() ? QStringLiteral("the package") : relationship.m_source;
-        if (record(sw, QStringLiteral("%1 (from %2)").arg(relationship.m_target, source)))
+        if (record(sw, QStringLiteral("%1 (from %2)").arg(relationship.m_target, sourceName(relationship))))
             relationship.m_disposition = dispRemoved;
     }
 
@@ -245,8 +255,7 @@ void dropBroken(OoxmlPackage &root, const PackageIndex &index)
         relationship->m_disposition = dispDropped;
         reportFault(&root, faultTargetMissing,
                     QStringLiteral("%1 (%2 of %3)")
-                        .arg(relationship->m_target, relationship->m_id,
-                             relationship->m_source.isEmpty() ? QStringLiteral("the package") : relationship->m_source));
+                        .arg(relationship->m_target, relationship->m_id, sourceName(*relationship)));
     }
     const QSet<const OoxmlPart *> reached = reachableParts(index);
     for (OoxmlPart *part : index.parts()) {
@@ -382,12 +391,13 @@ QVector<PackageFault> structuralFaults(const OoxmlPackage &root, int limit, int 
     QSet<QString> ids;
     relationshipsOf(root).forEach([&](const OoxmlRelationship &relationship) {
         const QString &source = relationship.m_source;
-        const QString where = source.isEmpty() ? QStringLiteral("the package") : source;
+        const QString where = sourceName(relationship);
         if (!source.isEmpty() && !names.contains(partKey(source)))
             add(faultOrphanRelationships, reportName(source).c_str());
         const QString id = partKey(source) + QLatin1Char('\n') + relationship.m_id;
         if (relationship.m_id.isEmpty() || ids.contains(id))
-            add(faultBadRelationship, QStringLiteral("id '%1' of %2 missing or repeated").arg(relationship.m_id, where));
+            add(faultBadRelationship,
+                QStringLiteral("id '%1' of %2 missing or repeated").arg(relationship.m_id, where));
         ids.insert(id);
         if (relationship.m_type.isEmpty() || relationship.m_target.isEmpty())
             add(faultBadRelationship, QStringLiteral("%1 of %2 without type or target").arg(relationship.m_id, where));
@@ -401,7 +411,8 @@ QVector<PackageFault> structuralFaults(const OoxmlPackage &root, int limit, int 
             add(faultTargetOutside, QStringLiteral("%1 (%2 of %3)").arg(reportName(relationship.m_target).c_str(),
                                                                         relationship.m_id, where));
         else if (target.outcome == ResolvedTarget::Invalid && !relationship.m_target.isEmpty())
-            add(faultBadRelationship, QStringLiteral("target '%1' of %2").arg(reportName(relationship.m_target).c_str(), where));
+            add(faultBadRelationship,
+                QStringLiteral("target '%1' of %2").arg(reportName(relationship.m_target).c_str(), where));
     });
 
     if (faults.isEmpty() && mainDocumentKind(root) == nullptr)

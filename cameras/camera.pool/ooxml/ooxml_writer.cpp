@@ -124,8 +124,9 @@ bool writePackage(const OoxmlPackage &root, MemoryBuffer &output)
     if (!zip.open(static_cast<int>(std::min<qint64>(estimate / 2, std::numeric_limits<int>::max() / 2))))
         return false;
     bool written = zip.addEntry(kContentTypesName, contentTypesOf(root));
-    if (relationshipsFrom.contains(QString()))
-        written = written && zip.addEntry(relationshipsPartName(QString()), relationshipsXml(relationshipsFrom.value(QString())));
+    const auto packageRelationships = relationshipsFrom.constFind(QString());
+    if (packageRelationships != relationshipsFrom.constEnd())
+        written = written && zip.addEntry(relationshipsPartName(QString()), relationshipsXml(*packageRelationships));
     partsOf(root).forEach([&](const OoxmlPart &part) {
         if (!written || !kept(part))
             return;
