@@ -1,16 +1,24 @@
 // Identification in memory over a mixed set of files, beside the system's
-// general file-type library over the very same buffers.
+// general file-type library over the very same buffers; the signature
+// checks over the heads of real files, beside the same library; and a zip
+// archive's directory read through a file device or through a read-only
+// mapping of the file.
 
 #include "buffers/MemoryBuffer.h"
 #include "containers/ZipUtils.h"
 #include "fileidentification.h"
+#include "signatures.h"
 
 #include <benchmark/benchmark.h>
 #include <magic.h>
 
+#include <QBuffer>
 #include <QByteArray>
+#include <QDir>
+#include <QFile>
 #include <QRandomGenerator>
 #include <QString>
+#include <QTemporaryFile>
 
 #include <memory>
 #include <vector>
@@ -170,8 +178,92 @@ void BM_Libmagic_Kind(benchmark::State &state)
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(sample.buffer.sizeOfMB()));
 }
 
+// The first 64 KiB of every real file of tests/fixtures/identify, as
+// vxcam's identification hands them to the plug-ins.
+std::vector<QByteArray> &heads()
+{
+    static std::vector<QByteArray> all = [] {
+        std::vector<QByteArray> found;
+        const QDir dir(QStringLiteral(VX_FIXTURES_DIR "/identify"));
+        for (const QString &name : dir.entryList(QDir::Files)) {
+            QFile file(dir.filePath(name));
+            if (!name.endsWith(QLatin1String(".sh")) && file.open(QIODevice::ReadOnly))
+                found.push_back(file.read(64 * 1024));
+        }
+        return found;
+    }();
+    return all;
+}
+
+void BM_Signatures_RealHeads(benchmark::State &state)
+{
+    for (auto _ : state)
+        for (const QByteArray &head : heads())
+            benchmark::DoNotOptimize(Signatures::identify(reinterpret_cast<const unsigned char *>(head.constData()),
+                                                          size_t(head.size()), nullptr));
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(heads().size()));
+}
+
+void BM_Libmagic_RealHeads(benchmark::State &state)
+{
+    const Magic magic;
+    for (auto _ : state)
+        for (const QByteArray &head : heads())
+            benchmark::DoNotOptimize(magic_buffer(magic.cookie, head.constData(), size_t(head.size())));
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(heads().size()));
+}
+
+// A jar-like archive on disk: 20000 members of 1 KiB, stored.
+QTemporaryFile &largeArchive()
+{
+    static QTemporaryFile file;
+    if (!file.isOpen()) {
+        QList<QPair<QString, QByteArray>> members;
+        for (int i = 0; i < 20000; ++i)
+            members.append({QStringLiteral("org/example/pkg%1/Class%2.class").arg(i % 40).arg(i),
+                            randomBytes(1024, quint32(i))});
+        file.open();
+        file.write(zipOf(members));
+        file.flush();
+    }
+    return file;
+}
+
+void BM_ZipDirectory_Device(benchmark::State &state)
+{
+    const QString path = largeArchive().fileName();
+    for (auto _ : state) {
+        QFile file(path);
+        file.open(QIODevice::ReadOnly);
+        ZipUtils::Unzip unzip;
+        unzip.open(&file);
+        benchmark::DoNotOptimize(unzip.getDuplicateNames());
+    }
+}
+
+void BM_ZipDirectory_Mapped(benchmark::State &state)
+{
+    const QString path = largeArchive().fileName();
+    for (auto _ : state) {
+        QFile file(path);
+        file.open(QIODevice::ReadOnly);
+        uchar *mapped = file.map(0, file.size());
+        QByteArray bytes = QByteArray::fromRawData(reinterpret_cast<const char *>(mapped), int(file.size()));
+        QBuffer device(&bytes);
+        ZipUtils::Unzip unzip;
+        unzip.open(&device);
+        benchmark::DoNotOptimize(unzip.getDuplicateNames());
+        unzip.close();
+        file.unmap(mapped);
+    }
+}
+
 } // namespace
 
+BENCHMARK(BM_Signatures_RealHeads)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Libmagic_RealHeads)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ZipDirectory_Device)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ZipDirectory_Mapped)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Dispatcher_Mix)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Libmagic_Mix)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Dispatcher_Kind)->DenseRange(0, 9)->Unit(benchmark::kMicrosecond);

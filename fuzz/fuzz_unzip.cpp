@@ -2,40 +2,18 @@
 // read every member, in the copying, the in-place and the device form, with
 // a small member limit so that inflating stays cheap.
 
+#include "bytesdevice.h"
+
 #include "buffers/MemoryBuffer.h"
 #include "containers/ZipUtils.h"
 
-#include <QIODevice>
 #include <QtGlobal>
 
-#include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 namespace {
 
 void quiet(QtMsgType, const QMessageLogContext &, const QString &) {}
-
-// A device that is not a buffer, so that the windowed device reading runs.
-class BytesDevice : public QIODevice
-{
-public:
-    BytesDevice(const uint8_t *data, size_t size) : m_data(data), m_size(qint64(size)) {}
-    qint64 size() const override { return m_size; }
-
-protected:
-    qint64 readData(char *data, qint64 max) override
-    {
-        const qint64 count = std::min(max, m_size - pos());
-        std::memcpy(data, m_data + pos(), size_t(count));
-        return count;
-    }
-    qint64 writeData(const char *, qint64) override { return -1; }
-
-private:
-    const uint8_t *m_data;
-    qint64 m_size;
-};
 
 void exercise(ZipUtils::Unzip &unzip)
 {
@@ -73,7 +51,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     {
         BytesDevice device(data, size);
-        device.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
         ZipUtils::Unzip unzip;
         if (unzip.open(&device))
             exercise(unzip);

@@ -2,6 +2,7 @@
 
 #include "buffers/MemoryBuffer.h"
 #include "cameras/camera_pool.h"
+#include "cameras/parameterblock.h"
 #include "ucp/ucpnode.h"
 #include "ucp_engine/BDDLStructBase.h"
 #include "ucp_engine/ucpLogging.h"
@@ -302,4 +303,10 @@ bool CameraBase::dumpAnalysisToBuffer()
     if (m_externalReportActive)
         return true;
     return m_analysis.WriteReport(m_analysisBuffer, 1) != 0;
+}
+
+ParameterBlock *CameraBase::keepParameterBlock(std::unique_ptr<ParameterBlock> block)
+{
+    m_keptBlocks.push_back(std::move(block));
+    return m_keptBlocks.back().get();
 }

@@ -18,6 +18,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 class Camera_Pool;
 class MemoryBuffer;
@@ -153,6 +154,11 @@ public:
     // the report was written (or is left to an external reporter).
     bool dumpAnalysisToBuffer();
 
+    // Keeps the parameter block of a camera this session made outside
+    // prepareCamera (an imported one) for as long as the session lives, since
+    // the camera's root refers to it; hands back the block.
+    ParameterBlock *keepParameterBlock(std::unique_ptr<ParameterBlock> block);
+
     void initiateIssueMessages() {}
     void analysisSchema_GetString() {}
     int runsession() { return 0; }
@@ -184,4 +190,5 @@ private:
     Camera_Pool *m_cameraPool = nullptr;
     bool m_externalReportActive = false;
     std::string m_exportText;
+    std::vector<std::unique_ptr<ParameterBlock>> m_keptBlocks;
 };

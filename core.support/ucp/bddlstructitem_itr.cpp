@@ -244,3 +244,16 @@ void BDDLStructItem_itr::appendToArray(BDDLStructBase *node)
     node->setPrevious(before);
     m_insertionCursor = slot + 1;
 }
+
+void BDDLStructItem_itr::dropEmptySlots()
+{
+    BDDStructureVector *const vector = heldVector();
+    if (vector == nullptr)
+        return;
+    vector->erase(std::remove(vector->begin(), vector->end(), nullptr), vector->end());
+    for (std::size_t k = 0; k < vector->size(); ++k) {
+        (*vector)[k]->setPrevious(k > 0 ? (*vector)[k - 1] : nullptr);
+        (*vector)[k]->setNext(k + 1 < vector->size() ? (*vector)[k + 1] : nullptr);
+    }
+    m_insertionCursor.reset();
+}

@@ -44,6 +44,11 @@ public:
     bool hasChildNodes() const override;
     void setNodeValue(QVariant value) override;
 
+    // Removes the slots of a structure array that no element filled (a
+    // "size" larger than the elements that came), relinking the rest, so a
+    // camera never finds null elements in an array it did not make itself.
+    void dropEmptySlots();
+
     BDDLStructBase *owner() const { return m_owner; }
     const BDDStructure *structure() const { return m_structure; }
     const BDDItem *item() const { return m_item; }

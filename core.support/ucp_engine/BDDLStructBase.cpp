@@ -111,6 +111,17 @@ QByteArray bytesOfVariant(const QVariant &value)
     return value.toString().toLatin1();
 }
 
+// Text as the bytes of its UTF-8 form when the variant holds bytes (as a
+// serialised tree gives them back; the variant's own conversion would stop
+// at a zero byte), else the variant's string.
+QString textOfVariant(const QVariant &value)
+{
+    if (value.userType() != QMetaType::QByteArray)
+        return value.toString();
+    const QByteArray bytes = value.toByteArray();
+    return QString::fromUtf8(bytes.constData(), bytes.size());
+}
+
 template <typename T>
 bool bytesToVector(const QByteArray &bytes, std::vector<T> **target)
 {
@@ -314,7 +325,7 @@ bool BDDItemObject::setFromQVariant(const QVariant &value, context *ctx)
     case vtToken: {
         if (ctx == nullptr || ctx->m_stringToToken == nullptr)
             return false;
-        std::string name = value.toString().toStdString();
+        std::string name = textOfVariant(value).toStdString();
         *static_cast<BDDToken *>(m_value) = ctx->m_stringToToken(&name);
         return true;
     }
@@ -322,7 +333,7 @@ bool BDDItemObject::setFromQVariant(const QVariant &value, context *ctx)
         *static_cast<BDDWhitespace *>(m_value) = scalarFromVariant<BDDWhitespace>(value);
         return true;
     case vtString:
-        *static_cast<QString *>(m_value) = value.toString();
+        *static_cast<QString *>(m_value) = textOfVariant(value);
         return true;
     case vtMemoryBuffer: {
         const QByteArray bytes = bytesOfVariant(value);

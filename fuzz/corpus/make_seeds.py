@@ -1,16 +1,20 @@
 #!/usr/bin/env python3
-"""Writes the seed corpora of fuzz_identify and fuzz_unzip: small archives of
-every kind the identification knows, and zip archives in the shapes the
-reader must cope with. Run from anywhere; the outputs are committed."""
+"""Writes the seed corpora of fuzz_identify, fuzz_unzip and fuzz_signatures:
+small archives of every kind the identification knows, zip archives in the
+shapes the reader must cope with (hostile ones included), and the real files
+of tests/fixtures/identify. Run from anywhere; the outputs are committed."""
 
 import io
 import os
 import shutil
 import struct
+import warnings
 import zipfile
+import zlib
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 FIXTURES = os.path.join(HERE, '..', '..', 'tests', 'fixtures', 'archives')
+IDENTIFY = os.path.join(HERE, '..', '..', 'tests', 'fixtures', 'identify')
 
 
 def zip_of(members, compression=zipfile.ZIP_DEFLATED, comment=b''):
@@ -59,9 +63,32 @@ def main():
         'comment.zip': zip_of([('c.txt', b'c')], comment=b'an archive comment'),
         'zip64.zip': zip64_of([('word/document.xml', b'<w/>'), ('z.txt', b'zz')]),
     }
+    # The shapes that once went wrong: a 64 KiB name of 32767 folders, a name
+    # held by two members, a member inflating far beyond its size.
+    with warnings.catch_warnings():
+        warnings.simplefilter('ignore')
+        zips['deep.zip'] = zip_of([('a/' * 32767 + 'a', b'deep')])
+        zips['twice.zip'] = zip_of([('a.txt', b'first'), ('b.txt', b'b'), ('a.txt', b'second')])
+    zips['bomb.zip'] = zip_of([('zeros', bytes(4 << 20))])
+    macro_types = (b'<?xml version="1.0"?><Types><Override PartName="/xl/workbook.xml" '
+                   b'ContentType="application/vnd.ms-excel.sheet.macroEnabled.main+xml"/></Types>')
+    zips['macros.zip'] = zip_of([('[Content_Types].xml', macro_types), ('xl/workbook.xml', b'<w/>'),
+                                 ('xl/vbaProject.bin', b'vba')])
+    zips['doctype.zip'] = zip_of([('[Content_Types].xml', b'<!DOCTYPE Types [<!ENTITY a "aaaa">]><Types>&a;</Types>'),
+                                  ('word/document.xml', b'<w/>')])
     for name, data in zips.items():
         write(os.path.join(HERE, 'fuzz_unzip'), name, data)
         write(os.path.join(HERE, 'fuzz_identify'), name, data)
+
+    for name in ('word.doc', 'setup.msi', 'secret.docx', 'book95.xls', 'sheet.xlsm'):
+        shutil.copy(os.path.join(IDENTIFY, name), os.path.join(HERE, 'fuzz_identify', name))
+    for name in ('text.pdf', 'image.png', 'image.jpg', 'image.gif', 'image.bmp', 'image.tif', 'drawing.emf',
+                 'drawing.wmf', 'word.rtf', 'program.exe', 'object.macho', 'object64.obj', 'movie.mp4',
+                 'tagged.mp3', 'frames.mp3', 'sound.wav', 'movie.mpg', 'types.xml'):
+        write(os.path.join(HERE, 'fuzz_signatures'), name, open(os.path.join(IDENTIFY, name), 'rb').read())
+    write(os.path.join(HERE, 'fuzz_signatures'), 'java.class', bytes.fromhex('cafebabe00000034') + bytes(32))
+    write(os.path.join(HERE, 'fuzz_signatures'), 'metafile.wmf',
+          struct.pack('<9H', 1, 9, 0x300, 0x100, 0, 0x40, 0, 0, 0))
 
     for name in ('sample.gz', 'sample.bz2', 'sample.7z', 'sample.xz', 'sample.zst',
                  'gnu.tar', 'ustar.tar', 'v7.tar', 'sample.docx'):

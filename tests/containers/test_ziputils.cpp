@@ -344,7 +344,8 @@ TEST(UnzipHostile, EveryArchiveHandsOverTrueContentOrNothing)
                 EXPECT_TRUE(read || !names.contains(member.first) || !c.names) << c.what << ": listed but unread";
             }
             const QVariant map = unzip.getEntriesMap();
-            EXPECT_LE(mapDepth(map), Unzip::kMaxMapDepth + 1) << c.what << ": maps nest without end";
+            // Copying and destroying nested maps recurses once per level.
+            EXPECT_LE(mapDepth(map), 100) << c.what << ": maps nest as deep as a name goes";
             for (const QString &name : names) {
                 QByteArray data;
                 unzip.getEntryData(name, data);

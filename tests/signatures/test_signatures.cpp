@@ -101,6 +101,9 @@ TEST(Signatures, LookAlikesAreNotTaken)
         {"%PDF- without a version", "%PDF-x", ft_unknown},
         {"JPEG start without a marker", QByteArray::fromHex("ffd8ffff00"), ft_unknown},
         {"an AVI file", "RIFF\x10\0\0\0AVI LIST", ft_unknown},
+        {"an MPEG pack header, which reads as a box of an odd size", QByteArray::fromHex("000001ba66747970") + "ID5B"
+         + QByteArray(8, '\0'), ft_mpeg},
+        {"an ID3 tag, which reads as a box of 1 GB", QByteArray("ID3\x04" "ftypisom\0\0\2m\0\xaa/\xaa", 20), ft_mp3},
         {"a QuickTime movie", QByteArray("\0\0\0\x14" "ftypqt  \0\0\0\0qt  ", 20), ft_unknown},
         {"one MPEG audio frame then text", frame + "and then text", ft_unknown},
         {"two MPEG audio frames", frame + frame, ft_mp3},

@@ -171,10 +171,7 @@ TEST(VxcamIdentify, MemoryStaysSmallWhateverTheFileSize)
     // The largest resident size of the children this test process waited for: vxcam's.
     rusage usage{};
     ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &usage), 0);
-    const long peakKiB = usage.ru_maxrss;
-    // The sanitizers' shadow memory and quarantine come on top of what the code uses.
-    const long limitKiB = sanitized() ? 192 * 1024 : 64 * 1024;
-    EXPECT_LT(peakKiB, limitKiB) << "peak resident memory of vxcam identify";
+    EXPECT_LT(usage.ru_maxrss, 64 * 1024) << "peak resident memory of vxcam identify, in KiB";
 }
 
 // A file whose identification runs out of memory is reported on its own line,

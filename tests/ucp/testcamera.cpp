@@ -3,6 +3,7 @@
 #include <QtAlgorithms>
 
 #include <algorithm>
+#include <iterator>
 #include <array>
 #include <type_traits>
 #include <vector>
@@ -80,9 +81,22 @@ TestAll::~TestAll()
 
 BDDSchema *testSchema()
 {
-    static BDDSchema schema{{{itemCount, "count"}, {itemSingle, "single"}, {itemArray, "array"},
-                             {itemFlag, "flag"}, {itemValue, "value"}, {itemLabel, "label"}},
-                            structures, {}};
+    // TestAll's items are named after their value types; TestLeaf's item 7 stays unnamed.
+    static const char *const kAllNames[] = {
+        "sChar",        "short",       "int",          "longLong",        "uChar",        "uShort",
+        "uInt",         "uLongLong",   "char",         "wChar",           "double",       "float",
+        "sCharArray",   "shortArray",  "intArray",     "longLongArray",   "uCharArray",   "uShortArray",
+        "uIntArray",    "uLongLongArray", "charArray", "wCharArray",      "doubleArray",  "floatArray",
+        "structure",    "structureArray", "token",     "whitespace",      "string",       "memoryBuffer"};
+    static_assert(std::size(kAllNames) == vtMemoryBuffer + 1, "one name per value type");
+    static BDDSchema schema = [] {
+        BDDSchema made{{{itemCount, "count"}, {itemSingle, "single"}, {itemArray, "array"},
+                        {itemFlag, "flag"}, {itemValue, "value"}, {itemLabel, "label"}},
+                       structures, {}};
+        for (int code = 0; code <= vtMemoryBuffer; ++code)
+            made.m_itemNames.insert(itemAllBase + code, kAllNames[code]);
+        return made;
+    }();
     return &schema;
 }
 
@@ -99,10 +113,15 @@ BDDLStructBase *testFactory(unsigned int classId)
 
 uint32_t testStringToToken(std::string *name)
 {
+    // Imported trees may name any number of tokens; past a few, they are all 0.
+    constexpr std::size_t kMaxTokens = 256;
     const auto found = std::find(s_tokenNames.begin(), s_tokenNames.end(), *name);
-    if (found == s_tokenNames.end())
-        return s_tokenNames.push_back(*name), uint32_t(s_tokenNames.size());
-    return uint32_t(found - s_tokenNames.begin() + 1);
+    if (found != s_tokenNames.end())
+        return uint32_t(found - s_tokenNames.begin() + 1);
+    if (s_tokenNames.size() >= kMaxTokens)
+        return 0;
+    s_tokenNames.push_back(*name);
+    return uint32_t(s_tokenNames.size());
 }
 
 std::string testTokenToString(unsigned int id)

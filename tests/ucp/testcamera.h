@@ -4,7 +4,8 @@
 //   TestRoot  (class 1, root)  1 "count" uint, 2 "single" structure, 3 "array" structure array, 4 "flag" uchar
 //   TestLeaf  (class 2)        5 "value" int, 6 "label" string, 7 (no name) double
 //   TestEmpty (class 3)        no items
-//   TestAll   (class 4)        item 100 + c holds field<c>(), for every value type c
+//   TestAll   (class 4)        item 100 + c holds field<c>(), for every value type c, named after it
+//                                ("sChar" ... "memoryBuffer")
 // Classes free the nodes and vectors their fields hold; buffers belong to the pool.
 
 #include "analysis/RepositoryComponents.h"
@@ -88,7 +89,7 @@ public:
 
 BDDSchema *testSchema();
 BDDLStructBase *testFactory(unsigned int classId); // null for an unknown class
-// Tokens: names numbered 1, 2, 3 ... in first-seen order, shared by the process.
+// Tokens: names numbered 1, 2, 3 ... in first-seen order, shared by the process; 0 past 256 names.
 uint32_t testStringToToken(std::string *name);
 std::string testTokenToString(unsigned int id);
 

@@ -252,25 +252,31 @@ struct Identifier::Private
         return answer;
     }
 
-    void identify(QFile &file, Identification &id) const;
-    void decide(Identification &id, ft_t type, Evidence evidence, const FileTypeIdentifier_t *row = nullptr) const;
-    bool identifyPackage(QFile &file, Identification &id) const;
-    bool identifyCompoundFile(QFile &file, Identification &id) const;
-    void identifyByExtension(Identification &id) const;
+    // One file's identification as it is worked out.
+    struct Run
+    {
+        Identification &id;
+        // The registry row that named the verdict's exact kind, if the content did.
+        const FileTypeIdentifier_t *row = nullptr;
+    };
+
+    void identify(QFile &file, Run &run) const;
+    void decide(Run &run, ft_t type, Evidence evidence, const FileTypeIdentifier_t *row = nullptr) const;
+    bool identifyPackage(QFile &file, Run &run) const;
+    void identifyCompoundFile(QFile &file, Run &run) const;
+    void identifyByExtension(Run &run) const;
 
     const Camera_Pool &pool;
     const FileType registry;
     QHash<const VXCameraPluginIF *, QString> names;
-    // The row that named the verdict's exact kind, if the content did.
-    mutable const FileTypeIdentifier_t *verdictRow = nullptr;
 };
 
-void Identifier::Private::decide(Identification &id, ft_t type, Evidence evidence,
-                                 const FileTypeIdentifier_t *row) const
+void Identifier::Private::decide(Run &run, ft_t type, Evidence evidence, const FileTypeIdentifier_t *row) const
 {
+    Identification &id = run.id;
     id.type = type;
     id.evidence = evidence;
-    verdictRow = row;
+    run.row = row;
     const FileTypeIdentifier_t *described = row && !row->description.empty() ? row : registry.findFileType(type);
     id.description = described && !described->description.empty() ? QString::fromStdString(described->description)
                                                                    : plainDescription(type);
@@ -301,7 +307,8 @@ Identification Identifier::identify(const QString &path) const
     if (!file.open(QIODevice::ReadOnly))
         return failed(QStringLiteral("cannot be read (%1)").arg(file.errorString()));
     try {
-        m_d->identify(file, id);
+        Private::Run run{id};
+        m_d->identify(file, run);
     } catch (const std::bad_alloc &) {
         return failed(QStringLiteral("out of memory while identifying it"));
     } catch (const std::exception &e) {
@@ -314,14 +321,14 @@ Identification Identifier::identify(const QString &path) const
     return id;
 }
 
-void Identifier::Private::identify(QFile &file, Identification &id) const
+void Identifier::Private::identify(QFile &file, Run &run) const
 {
-    verdictRow = nullptr;
+    Identification &id = run.id;
     id.extension = QFileInfo(id.path).suffix().toLower();
     if (file.size() == 0) {
         id.empty = true;
         id.description = QStringLiteral("empty");
-        identifyByExtension(id);
+        identifyByExtension(run);
         return;
     }
     const QByteArray head = file.read(kHeadSize);
@@ -344,25 +351,26 @@ void Identifier::Private::identify(QFile &file, Identification &id) const
     }
 
     if (main.type != ft_unknown) {
-        decide(id, main.type, evidenceOf(main.method));
+        decide(run, main.type, evidenceOf(main.method));
         id.camera = main.camera;
-    } else if (head.startsWith(kZipLead) && identifyPackage(file, id)) {
+    } else if (head.startsWith(kZipLead) && identifyPackage(file, run)) {
         // an Office Open XML package
     } else if (archive.type != ft_unknown) {
-        decide(id, archive.type, evidenceOf(archive.method));
+        decide(run, archive.type, evidenceOf(archive.method));
         id.camera = archive.camera;
     } else if (head.startsWith(QByteArray::fromRawData(kCompoundFileLead, 8))) {
-        identifyCompoundFile(file, id);
+        identifyCompoundFile(file, run);
     }
-    identifyByExtension(id);
+    identifyByExtension(run);
     if (id.type == ft_unknown && id.evidence == Evidence::None)
         id.description = looksLikeText(head) ? QStringLiteral("text") : QStringLiteral("data");
 }
 
 // Reads the archive's end records and central directory through the file,
 // and [Content_Types].xml if it is a package.
-bool Identifier::Private::identifyPackage(QFile &file, Identification &id) const
+bool Identifier::Private::identifyPackage(QFile &file, Run &run) const
 {
+    Identification &id = run.id;
     ZipUtils::Unzip package;
     package.setListLimit(kZipListLimit);
     if (!package.open(&file))
@@ -372,15 +380,16 @@ bool Identifier::Private::identifyPackage(QFile &file, Identification &id) const
     id.opcSubtype = kind.type;
     if (kind.type == ft_unknown)
         return false;
-    decide(id, kind.type, Evidence::Structure, kind.row);
+    decide(run, kind.type, Evidence::Structure, kind.row);
     id.macros = kind.macros;
     return true;
 }
 
 // Reads the header, the allocation tables and the root directory through
 // the file. A compound file of no known kind is still a compound file.
-bool Identifier::Private::identifyCompoundFile(QFile &file, Identification &id) const
+void Identifier::Private::identifyCompoundFile(QFile &file, Run &run) const
 {
+    Identification &id = run.id;
     ContainerKind kind;
     {
         POLE::Storage storage(&file);
@@ -397,18 +406,18 @@ bool Identifier::Private::identifyCompoundFile(QFile &file, Identification &id) 
     id.encrypted = kind.encrypted;
     id.macros = kind.macros;
     const ft_t type = kind.type != ft_unknown ? kind.type : ft_cfb;
-    decide(id, type, kind.reason ? evidenceOf(QString::fromLatin1(kind.reason)) : Evidence::Signature, kind.row);
+    decide(run, type, kind.reason ? evidenceOf(QString::fromLatin1(kind.reason)) : Evidence::Signature, kind.row);
     if (kind.encrypted)
         id.description = QStringLiteral("encrypted Office Open XML package");
-    return true;
 }
 
 // The extension refines a content verdict of its own type, unless the
 // content named a kind more exactly than the extension can (a macro-enabled
 // package, an older workbook); without a content verdict it names only
 // types whose content nothing checks.
-void Identifier::Private::identifyByExtension(Identification &id) const
+void Identifier::Private::identifyByExtension(Run &run) const
 {
+    Identification &id = run.id;
     const std::string extension = id.extension.toStdString();
     const FileTypeIdentifier_t *row = registry.findExtension(extension);
     id.extensionType = registry.getFileTypeFromFileExtension(extension);
@@ -425,12 +434,12 @@ void Identifier::Private::identifyByExtension(Identification &id) const
         return;
     if (id.type != ft_unknown) {
         if (row && row->fileType == id.type && !row->description.empty()
-            && (verdictRow == nullptr || row->classId == verdictRow->classId))
+            && (run.row == nullptr || row->classId == run.row->classId))
             id.description = QString::fromStdString(row->description);
         return;
     }
     if (id.evidence != Evidence::None || id.extensionType == ft_unknown || decidedByContent(id.extensionType))
         return;
-    decide(id, id.extensionType, Evidence::Extension, named.type != ft_unknown ? nullptr : row);
+    decide(run, id.extensionType, Evidence::Extension, named.type != ft_unknown ? nullptr : row);
     id.camera = named.camera;
 }

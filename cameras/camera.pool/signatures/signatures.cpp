@@ -157,9 +157,12 @@ const char *wav(const Bytes &b)
 
 const char *mp4(const Bytes &b)
 {
-    // The file type box first, with a printable major brand; QuickTime's own
-    // brand is a movie of another kind.
-    if (!b.holds(0, 16) || !b.has(4, "ftyp") || b.be32(0) < 16 || b.has(8, "qt  "))
+    // The file type box first: a major brand, a minor version and whole
+    // compatible brands, no more of them than any file lists, the major one
+    // printable. QuickTime's own brand is a movie of another kind.
+    const uint32_t kMaxTypeBox = 4096;
+    if (!b.holds(0, 16) || !b.has(4, "ftyp") || b.be32(0) < 16 || b.be32(0) > kMaxTypeBox || b.be32(0) % 4 != 0
+        || b.has(8, "qt  "))
         return nullptr;
     for (size_t i = 8; i < 12; ++i)
         if (b.u8(i) < 0x20 || b.u8(i) > 0x7e)
