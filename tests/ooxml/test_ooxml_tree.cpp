@@ -2,7 +2,9 @@
 #include "ooxml_schema.h"
 #include "ooxmltesting.h"
 
+#include "ucp/serialdatareaderwriter.h"
 #include "ucp/ucpnode.h"
+#include "ucp/ucpserialization.h"
 
 #include <gtest/gtest.h>
 
@@ -87,6 +89,51 @@ TEST(OoxmlTree, ATreeRebuiltThroughUcpDisarmsAsTheOneRead)
         EXPECT_EQ(one.bytes, other.bytes);
         EXPECT_EQ(testcamera::recordsOf(direct.session.analysis()), testcamera::recordsOf(rebuilt.session.analysis()));
         EXPECT_EQ(rebuilt.document->getDoctype(), direct.document->getDoctype());
+    }
+}
+
+// Through the serialised forms themselves: a tree exported after validation
+// and imported into a camera the pool makes validates and writes as the
+// direct run does.
+TEST(OoxmlTree, AnImportedTreeDisarmsAsTheDirectRun)
+{
+    const QByteArray policy = policyXml("embedded_images", "allow", "sanitise");
+    const QString camera = pluginPool().getCameraNameFromFileType(ft_opc);
+    for (const SerializationFormat format : {sfSISL, sfXML}) {
+        for (const char *name : {"macros.docm", "lo-calc.xlsx", "lo-impress.pptx"}) {
+            SCOPED_TRACE(std::string(name) + (format == sfXML ? " XML" : " SISL"));
+            CameraRun direct(policy);
+            direct.input = bufferOf(readFixture(QStringLiteral("ooxml/") + QLatin1String(name)));
+            ASSERT_EQ(direct.camera.readInputBuffer(), VX2_Success);
+            const VX2_RetStatus validated = direct.camera.runValidation();
+            MemoryBuffer serial;
+            UCPSerialization exporter;
+            exporter.register_serialisabledoc(&direct.camera, &serial);
+            exporter.register_session(&direct.session);
+            const std::unique_ptr<SerialDataReaderWriter> rw = UCPSerialization::getSerialDataReaderWriter(format);
+            ASSERT_TRUE(exporter.exportSerialData(rw.get(), QStringLiteral("stream"), camera));
+            ASSERT_EQ(direct.camera.writeOutputBuffer(), VX2_Success);
+
+            CameraRun target(policy);
+            UCPSerialization importer;
+            importer.register_session(&target.session);
+            importer.register_importDeserialisableBuffer(&serial);
+            importer.register_outputBuffer(&target.output);
+            QString stream;
+            ASSERT_TRUE(importer.importSerialData(rw.get(), stream));
+            VXCameraIF *imported = importer.getImportedCameraIF();
+            ASSERT_NE(imported, nullptr);
+            EXPECT_EQ(imported->runValidation(), validated);
+            EXPECT_EQ(imported->writeOutputBuffer(), VX2_Success);
+            imported->deinitialiseCamera();
+            delete imported;
+
+            const Package one = inspect(direct.written());
+            const Package other = inspect(target.written());
+            EXPECT_FALSE(one.members.isEmpty());
+            EXPECT_EQ(one.members, other.members);
+            EXPECT_EQ(one.bytes, other.bytes);
+        }
     }
 }
 
