@@ -1,10 +1,23 @@
 // Policy documents are outside input: read them, ask every switch of every
-// profile, export the text and write the keys back out.
+// profile, export the text and write the keys back out. The store of a policy
+// loaded from memory and the settings format's reader must agree on every key.
 
 #include "buffers/MemoryBuffer.h"
 #include "policy/ContentManagement.h"
 
 #include <QBuffer>
+#include <QByteArray>
+#include <QtGlobal>
+
+namespace {
+void ignoreMessages(QtMsgType, const QMessageLogContext &, const QString &) {}
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    qInstallMessageHandler(ignoreMessages);
+    return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
@@ -32,5 +45,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     QBuffer device(&bytes);
     device.open(QIODevice::WriteOnly);
     ContentManagement::writeSettingsXml(device, map);
+
+    QByteArray input = QByteArray::fromRawData(reinterpret_cast<const char *>(data), int(size));
+    QBuffer source(&input);
+    source.open(QIODevice::ReadOnly);
+    QSettings::SettingsMap read;
+    const bool ok = ContentManagement::readSettingsXml(source, read);
+    if (ok != (policy.status() == QSettings::NoError) || read != map)
+        __builtin_trap();
     return 0;
 }

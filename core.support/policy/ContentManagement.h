@@ -11,6 +11,7 @@
 #include <memory>
 
 class MemoryBuffer;
+class PolicyStore;
 class QIODevice;
 namespace XML_Reporting {
 struct ReportElement;
@@ -72,6 +73,10 @@ public:
 // switch, whether such content is allowed, sanitised or disallowed, and the
 // interchange format of serialised trees. Its file and buffer form is a small
 // XML document with the root element "config".
+//
+// A policy connected to a file is a settings store on that file, read through
+// the "xml" settings format registered with QSettings. A policy loaded from
+// memory keeps its keys in memory only: nothing of it touches the disk.
 class ContentManagement
 {
 public:
@@ -83,6 +88,8 @@ public:
 
     // 0 on success; (unsigned)-1 when the file cannot be read.
     unsigned int connectRepositoryToXMLFile(const QString &path);
+    // 0 on success; (unsigned)-1 when the buffer does not hold a policy. The
+    // policy text is the whole document, as for a file.
     unsigned int loadRepositoryFromXML(MemoryBuffer *buffer);
     unsigned int exportRepositoryAsXML(MemoryBuffer *buffer);
     // The report carries no policy: writes nothing and answers (unsigned)-1.
@@ -96,23 +103,32 @@ public:
     // The text stored under a key; empty without a store.
     QString valueOf(const QString &key) const;
 
-    // The read status of the settings store (FormatError for a malformed
-    // document); NoError without a store.
+    // The read status of the store (FormatError for a malformed document);
+    // NoError without one.
     QSettings::Status status() const;
     // The policy text read with the policy; empty without one.
     QString policyText() const;
 
     static bool isPA_ImageExportImport(ft_t type, QString &format);
 
+    // Reading refuses what a policy never holds and what would make reading
+    // it costly: a document type declaration (and with it every entity), and
+    // more than maxEqualSigns "=" characters, so that attributes stay few.
+    // For that count to hold, the document must be in UTF-8, UTF-16, UTF-32,
+    // US-ASCII or an ISO 8859 encoding.
     static bool readSettingsXml(QIODevice &device, QSettings::SettingsMap &map);
     static bool readSettingsXml(QIODevice &device, QSettings *settings);
+    // False for a key of more than 64 parts, which no policy document could
+    // hand back.
     static bool writeSettingsXml(QIODevice &device, const QSettings::SettingsMap &map);
 
     // The root element of the policy document.
     static const QString &rootElementName();
 
+    static constexpr int maxEqualSigns = 1024;
+
 private:
-    std::unique_ptr<QSettings> m_settings;
+    std::unique_ptr<PolicyStore> m_store;
     QSettings::Format m_format;
     std::unique_ptr<QString> m_policyText;
 };

@@ -282,13 +282,19 @@ const context &contextOf(BDDLStructBase *node)
     return *root->getContext();
 }
 
-// The image becomes the replacement when it fits: zero-filled, then the
+// Nothing of the image survives: every byte becomes zero.
+void blankImage(std::vector<unsigned char> &image)
+{
+    std::fill(image.begin(), image.end(), 0);
+}
+
+// The image becomes the replacement when it fits: blanked, then the
 // replacement at its start. Otherwise the image stays as it is.
 bool replaceImage(std::vector<unsigned char> &image, const MemoryBuffer &replacement)
 {
     if (replacement.sizeOfMB() > image.size())
         return false;
-    std::fill(image.begin(), image.end(), 0);
+    blankImage(image);
     std::copy_n(replacement.constData(), replacement.sizeOfMB(), image.begin());
     return true;
 }
@@ -605,6 +611,9 @@ cameraStatus_t imageCameraGateway(std::vector<unsigned char> *image, ft_t imageT
         const char *name = imageNode != nullptr ? imageNode->get_desc_string() : NoNameString;
         switch (getManageType_embedded_images(getConfigApp(node), node->contentManagementObject())) {
         case cmsDisallow:
+            // Blanked before anything else can fail: a disallowed image
+            // never reaches the output.
+            blankImage(*image);
             EMBEDDED_IMAGE_REPORT_ONLY(node, item, name);
             return cameraStatus_ImagesDisallowed;
         case cmsAllow:
@@ -617,6 +626,8 @@ cameraStatus_t imageCameraGateway(std::vector<unsigned char> *image, ft_t imageT
         case cmsUnknown:
             break;
         }
+        // A setting nobody can read allows nothing.
+        blankImage(*image);
         vx_issue(node, 464, "Unable to determine content management setting for embedded_images switch");
         return cameraStatus_ImageNotSanitised;
     } catch (...) {

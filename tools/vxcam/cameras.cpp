@@ -41,12 +41,15 @@ int runCameras(CommandContext &context)
 {
     Reporter &reporter = context.reporter;
     const QString subject = QStringLiteral("cameras");
-    if (!context.args.isEmpty()) {
-        reporter.error(subject, QStringLiteral("takes no arguments"));
-        return 1;
-    }
-    // The pool quietly finds nothing in a missing directory; a user who
-    // mistyped --plugins is told instead.
+    CommandArgs args(context.args);
+    const QStringList operands = args.operands();
+    if (!args.ok())
+        return usageError(context, "cameras", args.error());
+    if (!operands.isEmpty())
+        return usageError(context, "cameras", QStringLiteral("takes no arguments"));
+    // The pool quietly finds nothing in a missing or empty directory; a user
+    // who mistyped --plugins, or whose installation lost its plug-ins, is
+    // told instead, as identify tells them.
     const QFileInfo directory(context.pluginDir);
     if (!directory.isDir()) {
         reporter.error(subject, QStringLiteral("no plug-in directory %1").arg(context.pluginDir));
@@ -55,8 +58,10 @@ int runCameras(CommandContext &context)
 
     const Camera_Pool pool(context.pluginDir);
     const QStringList names = pool.getListOfCameraNames();
-    if (names.isEmpty() && !reporter.json())
-        reporter.text(QStringLiteral("no camera plug-ins in %1").arg(context.pluginDir));
+    if (names.isEmpty()) {
+        reporter.error(subject, QStringLiteral("no camera plug-ins in %1").arg(context.pluginDir));
+        return 1;
+    }
     const QDir dir(context.pluginDir);
     for (const QString &name : names) {
         const CameraListing camera{name, dir.filePath(name), pool.getFileTypeFromCameraName(name)};
@@ -65,7 +70,22 @@ int runCameras(CommandContext &context)
     return 0;
 }
 
-const CommandRegistrar registration({"cameras", "cameras",
-                                     "list the camera plug-ins of the plug-in directory", runCameras});
+const char kHelp[] =
+    "Loads the camera plug-ins of the plug-in folder (see vxcam --help for the\n"
+    "folder in use; --plugins DIR chooses another) and lists them in the order\n"
+    "they are asked: file name, then the file type each one registers.\n"
+    "\n"
+    "arguments:\n"
+    "  none\n"
+    "\n"
+    "output:\n"
+    "  NAME: type N (TYPE NAME), one line per plug-in; with --json one object\n"
+    "  per plug-in: plugin, path, type, type_name\n"
+    "\n"
+    "exit status:\n"
+    "  0 listed, 1 the folder is missing or holds no camera plug-in, 2 usage error\n";
+
+const CommandRegistrar registration({"cameras", "cameras", "list the camera plug-ins of the plug-in directory",
+                                     runCameras, kHelp});
 
 } // namespace

@@ -16,6 +16,9 @@ struct CommandContext
     bool recursive = false;
     QString pluginDir;
     Reporter &reporter;
+    // --verbose: the framework's log on standard error, and more detail
+    // where a command has it.
+    bool verbose = false;
 };
 
 struct Command

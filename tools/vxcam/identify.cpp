@@ -5,7 +5,6 @@
 
 #include "cameras/camera_pool.h"
 
-#include <QCoreApplication>
 #include <QFileInfo>
 
 #include <memory>
@@ -27,15 +26,6 @@ const char kHelp[] = "  FILE...     the files to identify; a directory is walked
                      "question answered; --json gives one object per file. An empty file is reported as empty.\n"
                      "A file that cannot be read is named on standard error and the run exits 1; the other\n"
                      "files are still reported.\n";
-
-// The global --verbose is taken by the host before the command runs; the
-// details below follow it too.
-bool verboseRequested()
-{
-    const QStringList arguments = QCoreApplication::arguments();
-    const int end = arguments.indexOf(QStringLiteral("--"));
-    return arguments.mid(0, end < 0 ? arguments.size() : end).contains(QStringLiteral("--verbose"));
-}
 
 // The pool quietly loads nothing from a missing or empty directory; a user
 // who mistyped --plugins is told instead. Null after reporting the error.
@@ -82,7 +72,7 @@ int runIdentify(CommandContext &context)
         return 1;
     const QStringList files = collectFiles(paths, recursive, reporter);
     const Identifier identifier(*pool);
-    const bool verbose = verboseRequested();
+    const bool verbose = context.verbose;
 
     reporter.beginBatch(files.size());
     for (const QString &path : files) {

@@ -4,6 +4,8 @@
 #include "reporter.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QStringList>
 
 #include <algorithm>
@@ -25,21 +27,55 @@ const Command *findCommand(const QString &name)
     return nullptr;
 }
 
-void printHelp()
+// The environment variable that names the plug-in folder when --plugins does not.
+const char kPluginDirVariable[] = "VXCAM_PLUGIN_DIR";
+
+// The plug-in folder in use and where that choice came from.
+struct PluginDir
 {
-    std::fputs("usage: vxcam [--json] [--plugins DIR] [--verbose] COMMAND [ARGS...]\n"
-               "       vxcam help COMMAND\n\n"
+    QString path;
+    QString source;
+};
+
+// Without --plugins or the environment variable, plug-ins are looked for
+// where they were put beside this vxcam: in the build's plug-in folder when
+// it runs from its build tree, else in the installed folder relative to the
+// binary (<bindir>/../lib/vxcore/plugins), wherever the installation was
+// moved.
+PluginDir defaultPluginDir()
+{
+    const QString variable = qEnvironmentVariable(kPluginDirVariable);
+    if (!variable.isEmpty())
+        return {variable, QStringLiteral("from $%1").arg(QLatin1String(kPluginDirVariable))};
+    const QString binDir = QCoreApplication::applicationDirPath();
+    const QString buildBinDir = QFileInfo(QStringLiteral(VX_BUILD_BIN_DIR)).canonicalFilePath();
+    if (!buildBinDir.isEmpty() && QFileInfo(binDir).canonicalFilePath() == buildBinDir)
+        return {QStringLiteral(VX_BUILD_PLUGIN_DIR), QStringLiteral("the build's plug-in folder")};
+    return {QDir::cleanPath(binDir + QLatin1Char('/') + QStringLiteral(VX_PLUGIN_DIR_FROM_BIN)),
+            QStringLiteral("installed beside vxcam")};
+}
+
+void printHelp(FILE *out, const PluginDir &plugins)
+{
+    std::fputs("usage: vxcam [--json] [--plugins DIR] [-r] [--verbose] COMMAND [ARGS...]\n"
+               "       vxcam help COMMAND\n"
+               "       vxcam --version\n\n"
                "commands:\n",
-               stdout);
+               out);
     for (const Command &command : commands())
-        std::printf("  %-34s %s\n", command.synopsis, command.summary);
-    std::fputs("\noptions:\n"
-               "  --json          one JSON object per result (JSON Lines)\n"
-               "  --plugins DIR   where to find camera plug-ins (default: the build's plug-in folder)\n"
-               "  -r              walk directories\n"
-               "  --verbose       show the framework's diagnostic log on standard error\n"
-               "  -h, --help      this text\n",
-               stdout);
+        std::fprintf(out, "  %-34s %s\n", command.synopsis, command.summary);
+    std::fprintf(out,
+                 "\noptions (before or after the command):\n"
+                 "  --json          one JSON object per result (JSON Lines)\n"
+                 "  --plugins DIR   where to find camera plug-ins (else $%s,\n"
+                 "                  else the folder installed beside vxcam)\n"
+                 "  -r              walk directories\n"
+                 "  --verbose       show the framework's diagnostic log on standard error\n"
+                 "  -h, --help      this text; with a command, that command's\n"
+                 "  --version       the version of vxcam\n"
+                 "\nplug-in folder: %s (%s)\n"
+                 "\nexit status: 0 success, 1 an input or the plug-in folder failed, 2 usage error\n",
+                 kPluginDirVariable, qPrintable(QDir::toNativeSeparators(plugins.path)), qPrintable(plugins.source));
 }
 
 void printCommandHelp(const Command &command)
@@ -52,6 +88,17 @@ void printCommandHelp(const Command &command)
 bool isHelp(const QString &arg)
 {
     return arg == QLatin1String("-h") || arg == QLatin1String("--help");
+}
+
+void printVersion()
+{
+    std::printf("vxcam %s\n", VX_VERSION);
+}
+
+int usage(const QString &message)
+{
+    std::fprintf(stderr, "vxcam: %s (see vxcam --help)\n", qPrintable(message));
+    return 2;
 }
 
 // The framework logs diagnostics to Qt's debug stream; a command-line user
@@ -164,30 +211,36 @@ int main(int argc, char *argv[])
     bool json = false;
     bool recursive = false;
     bool help = false;
-    QString pluginDir = QStringLiteral(VX_DEFAULT_PLUGIN_DIR);
+    bool version = false;
+    PluginDir plugins = defaultPluginDir();
     const QStringList arguments = app.arguments().mid(1);
     for (int i = 0; i < arguments.size(); ++i) {
         const QString &arg = arguments.at(i);
         if (isHelp(arg)) {
             help = true;
+        } else if (arg == QLatin1String("--version")) {
+            version = true;
         } else if (arg == QLatin1String("--json")) {
             json = true;
         } else if (arg == QLatin1String("--verbose")) {
             g_verbose = true;
         } else if (arg == QLatin1String("-r") || arg == QLatin1String("--recursive")) {
             recursive = true;
-        } else if (arg == QLatin1String("--plugins")) {
-            if (i + 1 >= arguments.size()) {
-                std::fputs("vxcam: --plugins needs a directory\n", stderr);
-                return 2;
-            }
-            pluginDir = arguments.at(++i);
+        } else if (arg == QLatin1String("--plugins") || arg.startsWith(QLatin1String("--plugins="))) {
+            const int equals = arg.indexOf(QLatin1Char('='));
+            QString path;
+            if (equals >= 0)
+                path = arg.mid(equals + 1);
+            else if (i + 1 < arguments.size())
+                path = arguments.at(++i);
+            if (path.isEmpty())
+                return usage(QStringLiteral("--plugins needs a directory"));
+            plugins = {path, QStringLiteral("from --plugins")};
         } else if (arg == QLatin1String("--")) {
             rest << arguments.mid(i + (rest.isEmpty() ? 1 : 0));
             break;
         } else if (rest.isEmpty() && arg.startsWith(QLatin1Char('-')) && arg.size() > 1) {
-            std::fprintf(stderr, "vxcam: unknown option %s (see vxcam --help)\n", qPrintable(arg));
-            return 2;
+            return usage(QStringLiteral("unknown option %1").arg(arg));
         } else {
             rest << arg;
         }
@@ -197,22 +250,26 @@ int main(int argc, char *argv[])
         rest.removeFirst();
         help = true;
     }
+    // Like --help, --version answers whatever else the line says.
+    if (version && !help) {
+        printVersion();
+        return 0;
+    }
     if (rest.isEmpty()) {
-        printHelp();
+        // Asked for, the help is the output; otherwise it explains a usage error.
+        printHelp(help ? stdout : stderr, plugins);
         return help ? 0 : 2;
     }
     const Command *command = findCommand(rest.first());
-    if (command == nullptr) {
-        std::fprintf(stderr, "vxcam: unknown command %s (see vxcam --help)\n", qPrintable(rest.first()));
-        return 2;
-    }
+    if (command == nullptr)
+        return usage(QStringLiteral("unknown command %1").arg(rest.first()));
     if (help) {
         printCommandHelp(*command);
         return 0;
     }
 
     Reporter reporter(json);
-    CommandContext context{rest.mid(1), recursive, pluginDir, reporter};
+    CommandContext context{rest.mid(1), recursive, plugins.path, reporter, g_verbose};
     try {
         return command->run(context);
     } catch (const std::exception &e) {

@@ -5,7 +5,6 @@
 
 #include <QFileInfo>
 #include <QJsonObject>
-#include <QVector>
 
 #include <algorithm>
 
@@ -70,11 +69,13 @@ QJsonObject toJson(const QString &path, const PolicyLine &line)
 int runPolicy(CommandContext &context)
 {
     Reporter &reporter = context.reporter;
-    if (context.args.size() != 1) {
-        reporter.error(QStringLiteral("policy"), QStringLiteral("expects one policy file"));
-        return 1;
-    }
-    const QString path = context.args.first();
+    CommandArgs args(context.args);
+    const QStringList operands = args.operands();
+    if (!args.ok())
+        return usageError(context, "policy", args.error());
+    if (operands.size() != 1)
+        return usageError(context, "policy", QStringLiteral("expects one policy file"));
+    const QString path = operands.first();
     const QFileInfo info(path);
     if (!info.isFile()) {
         reporter.error(path, info.exists() ? QStringLiteral("not a regular file") : QStringLiteral("no such file"),
@@ -96,15 +97,17 @@ int runPolicy(CommandContext &context)
         return 1;
     }
 
-    QVector<PolicyLine> lines;
-    for (const QString &key : keys)
-        lines.append(describe(policy, key));
-
+    // The table's columns fit the longest profile, switch and value. Lines
+    // are described once to measure and again to print, so a policy of
+    // millions of keys is never held a second time as lines.
     int widths[3] = {7, 6, 5};
-    for (const PolicyLine &line : lines) {
-        widths[0] = std::max(widths[0], int(line.profile.size()));
-        widths[1] = std::max(widths[1], int(line.name.size()));
-        widths[2] = std::max(widths[2], int(line.value.size()));
+    if (!reporter.json()) {
+        for (const QString &key : keys) {
+            const PolicyLine line = describe(policy, key);
+            widths[0] = std::max(widths[0], int(line.profile.size()));
+            widths[1] = std::max(widths[1], int(line.name.size()));
+            widths[2] = std::max(widths[2], int(line.value.size()));
+        }
     }
     const auto row = [&](const QString &a, const QString &b, const QString &c, const QString &d) {
         return QStringLiteral("%1  %2  %3  %4").arg(a, -widths[0]).arg(b, -widths[1]).arg(c, -widths[2]).arg(d).trimmed();
@@ -112,7 +115,8 @@ int runPolicy(CommandContext &context)
     if (!reporter.json())
         reporter.text(row(QStringLiteral("PROFILE"), QStringLiteral("SWITCH"), QStringLiteral("VALUE"),
                           QStringLiteral("SETTING")));
-    for (const PolicyLine &line : lines) {
+    for (const QString &key : keys) {
+        const PolicyLine line = describe(policy, key);
         QString setting = line.isSwitch ? Lookup_setting::to_name(line.setting) : QString();
         if (line.isSwitch && line.setting == cmsUnknown)
             setting = QStringLiteral("?");
@@ -133,7 +137,29 @@ int runPolicy(CommandContext &context)
     return 0;
 }
 
-const CommandRegistrar registration({"policy", "policy FILE",
-                                     "show the profiles and switches of a policy file", runPolicy});
+const char kHelp[] =
+    "Reads a content-management policy file and shows, key by key, what the\n"
+    "policy makes of it, then the interchange form of serialised trees.\n"
+    "\n"
+    "arguments:\n"
+    "  FILE  the policy: XML with the root element \"config\", in it one element\n"
+    "        per profile (system, pdfConfig, wordConfig, pptConfig, xlsConfig,\n"
+    "        rtfConfig, tiffConfig) holding one element per switch (macros,\n"
+    "        metadata, embedded_images, ...) whose text is allow, sanitise or\n"
+    "        disallow; sysConfig holds interchange_type (sisl or xml) and\n"
+    "        interchange_pretty (true or false). A switch the policy leaves out\n"
+    "        is sanitised. Documents with a DTD are refused.\n"
+    "\n"
+    "output:\n"
+    "  a table PROFILE SWITCH VALUE SETTING, notes on unknown profiles, switches\n"
+    "  and settings, then \"interchange: FORM\"; with --json one object per key\n"
+    "  (path, profile, switch, value, setting, setting_name, note), then one\n"
+    "  with interchange_type and interchange_pretty\n"
+    "\n"
+    "exit status:\n"
+    "  0 shown, 1 the file is missing, empty or not a policy, 2 usage error\n";
+
+const CommandRegistrar registration({"policy", "policy FILE", "show the profiles and switches of a policy file",
+                                     runPolicy, kHelp});
 
 } // namespace
