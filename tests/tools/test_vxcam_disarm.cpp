@@ -1,0 +1,127 @@
+#include "fixtures/fixtures.h"
+#include "qtprinters.h"
+#include "vxcamrunner.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <gtest/gtest.h>
+
+// vxcam disarm as a user runs it: verdicts, outputs, reports and errors.
+
+namespace {
+
+QString fixture(const char *name)
+{
+    return fixturePath(QStringLiteral("ooxml/") + QLatin1String(name));
+}
+
+const QByteArray kSanitiseAll = "<config><wordConfig/><xlsConfig/><pptConfig/></config>";
+
+TEST(VxcamDisarm, EachDocumentGetsItsVerdictAndOnlyPassedOnesAreWritten)
+{
+    QTemporaryDir dir;
+    const QString policy = writeTestFile(
+        dir, "policy.xml",
+        "<config><wordConfig><review_comments>allow</review_comments><embedded_images>allow</embedded_images>"
+        "<external_hyperlinks>allow</external_hyperlinks><metadata>allow</metadata></wordConfig>"
+        "<xlsConfig><review_comments>disallow</review_comments></xlsConfig></config>");
+    const QString notOffice = writeTestFile(dir, "notes.docx", "just text");
+    const QString out = dir.filePath("out");
+    const VxcamRun run = runVxcam({"--json", "disarm", fixture("macros.docm"), fixture("lo-writer.docx"),
+                                   fixture("lo-calc.xlsx"), notOffice, "--policy", policy, "-o", out, "--report",
+                                   dir.filePath("reports")});
+    EXPECT_EQ(run.exitCode, 1);
+    const QList<QJsonObject> lines = run.jsonLines();
+    ASSERT_EQ(lines.size(), 4) << run.out.toStdString();
+    EXPECT_EQ(lines[0].value("verdict").toString(), "sanitised");
+    EXPECT_EQ(lines[0].value("output").toString(), QDir(out).filePath("macros.docx"));
+    EXPECT_EQ(lines[0].value("removed").toObject().value("macros").toInt(), 2);
+    EXPECT_EQ(lines[0].value("removed").toObject().value("embedded_files").toInt(), 1);
+    EXPECT_EQ(lines[1].value("verdict").toString(), "allowed");
+    EXPECT_EQ(lines[2].value("verdict").toString(), "refused");
+    EXPECT_EQ(lines[2].value("refused_for").toArray().first().toString(),
+              "Review comments present in xl/comments1.xml");
+    EXPECT_TRUE(lines[3].value("error").toString().startsWith("not an Office Open XML document ("));
+    EXPECT_EQ(QDir(out).entryList(QDir::Files), QStringList({"lo-writer.docx", "macros.docx"}));
+    EXPECT_EQ(QDir(dir.filePath("reports")).entryList(QDir::Files),
+              QStringList({"lo-calc.xlsx.xml", "lo-writer.docx.xml", "macros.docm.xml"}));
+    EXPECT_TRUE(run.err.contains("lo-calc.xlsx: refused by the policy: Review comments present in xl/comments1.xml"))
+        << run.err.toStdString();
+
+    // The same without --json: one line per written document.
+    const VxcamRun human = runVxcam({"disarm", fixture("lo-writer.docx"), "--policy", policy, "-o", out});
+    EXPECT_EQ(human.exitCode, 0);
+    EXPECT_EQ(human.out, (fixture("lo-writer.docx") + ": allowed -> " + QDir(out).filePath("lo-writer.docx")
+                          + " (allowed: embedded_images 1, external_hyperlinks 1, metadata 2, review_comments 1)\n")
+                             .toUtf8());
+}
+
+TEST(VxcamDisarm, UsageAndPolicyErrors)
+{
+    QTemporaryDir dir;
+    const QString policy = writeTestFile(dir, "policy.xml", kSanitiseAll);
+    const QString broken = writeTestFile(dir, "broken.xml", "<settings/>");
+    const QString doc = fixture("lo-writer.docx");
+    const struct
+    {
+        QStringList args;
+        int exitCode;
+        const char *error;
+    } cases[] = {
+        {{"disarm", doc, "-o", dir.path()}, 2, "a policy is needed"},
+        {{"disarm", doc, "--policy", policy}, 2, "an output folder is needed"},
+        {{"disarm", "--policy", policy, "-o", dir.path()}, 2, "no files given"},
+        {{"disarm", doc, "--policy", policy, "-o", dir.path(), "--fast"}, 2, "unknown option --fast"},
+        {{"disarm", doc, "--policy", broken, "-o", dir.path()}, 1, "not a policy document"},
+        {{"disarm", doc, "--policy", dir.filePath("none.xml"), "-o", dir.path()}, 1, "cannot read the policy"},
+        {{"disarm", dir.path(), "--policy", policy, "-o", dir.filePath("o")}, 1, "is a directory"},
+    };
+    for (const auto &c : cases) {
+        const VxcamRun run = runVxcam(c.args);
+        EXPECT_EQ(run.exitCode, c.exitCode) << c.args.join(' ').toStdString();
+        EXPECT_TRUE(run.oneErrorLine() && run.err.contains(c.error)) << run.err.toStdString();
+    }
+    // A document is never written over its input.
+    QFile::copy(doc, dir.filePath("in.docx"));
+    const VxcamRun self = runVxcam({"disarm", dir.filePath("in.docx"), "--policy", policy, "-o", dir.path()});
+    EXPECT_EQ(self.exitCode, 1);
+    EXPECT_TRUE(self.err.contains("would overwrite the input")) << self.err.toStdString();
+}
+
+// The outputs of a policy that sanitises everything still open in an office
+// suite: each converts to PDF.
+TEST(VxcamDisarm, SanitisedOutputsConvertToPdf)
+{
+    const QString office = QStandardPaths::findExecutable(QStringLiteral("libreoffice"));
+    if (office.isEmpty())
+        GTEST_SKIP() << "LibreOffice is not installed (apt-get install libreoffice-writer libreoffice-calc "
+                        "libreoffice-impress)";
+    QTemporaryDir dir;
+    const QString policy = writeTestFile(dir, "policy.xml", kSanitiseAll);
+    const QStringList names = {"lo-writer.docx", "pydocx.docx", "macros.docm", "lo-calc.xlsx", "openpyxl.xlsx",
+                               "lo-impress.pptx"};
+    QStringList args = {"disarm", "--policy", policy, "-o", dir.filePath("out")};
+    for (const QString &name : names)
+        args << fixture(name.toLatin1().constData());
+    ASSERT_EQ(runVxcam(args).exitCode, 0);
+
+    QProcess convert;
+    QStringList outputs = QDir(dir.filePath("out")).entryList(QDir::Files);
+    ASSERT_EQ(outputs.size(), names.size());
+    QStringList convertArgs = {"-env:UserInstallation=file://" + dir.filePath("profile"), "--headless",
+                               "--convert-to", "pdf", "--outdir", dir.filePath("pdf")};
+    for (const QString &output : outputs)
+        convertArgs << dir.filePath("out/" + output);
+    convert.start(office, convertArgs);
+    ASSERT_TRUE(convert.waitForFinished(180000));
+    for (const QString &output : outputs) {
+        const QFileInfo pdf(dir.filePath("pdf/" + QFileInfo(output).completeBaseName() + ".pdf"));
+        EXPECT_TRUE(pdf.exists() && pdf.size() > 0) << output.toStdString();
+    }
+}
+
+} // namespace
