@@ -32,8 +32,8 @@ TEST(VxcamDisarm, EachDocumentGetsItsVerdictAndOnlyPassedOnesAreWritten)
     const QString notOffice = writeTestFile(dir, "notes.docx", "just text");
     const QString out = dir.filePath("out");
     const VxcamRun run = runVxcam({"--json", "disarm", fixture("macros.docm"), fixture("lo-writer.docx"),
-                                   fixture("lo-calc.xlsx"), notOffice, "--policy", policy, "-o", out, "--report",
-                                   dir.filePath("reports")});
+                                   fixture("lo-calc.xlsx"), notOffice, "--policy", policy, "-o", out,
+                                   "--report-dir", dir.filePath("reports")});
     EXPECT_EQ(run.exitCode, 1);
     const QList<QJsonObject> lines = run.jsonLines();
     ASSERT_EQ(lines.size(), 4) << run.out.toStdString();
@@ -73,11 +73,12 @@ TEST(VxcamDisarm, UsageAndPolicyErrors)
         const char *error;
     } cases[] = {
         {{"disarm", doc, "-o", dir.path()}, 2, "a policy is needed"},
+        {{"disarm", doc, doc, "--policy", policy, "-o", dir.path(), "--report", "r.xml"}, 2, "use --report-dir"},
         {{"disarm", doc, "--policy", policy}, 2, "an output folder is needed"},
         {{"disarm", "--policy", policy, "-o", dir.path()}, 2, "no files given"},
         {{"disarm", doc, "--policy", policy, "-o", dir.path(), "--fast"}, 2, "unknown option --fast"},
         {{"disarm", doc, "--policy", broken, "-o", dir.path()}, 1, "not a policy document"},
-        {{"disarm", doc, "--policy", dir.filePath("none.xml"), "-o", dir.path()}, 1, "cannot read the policy"},
+        {{"disarm", doc, "--policy", dir.filePath("none.xml"), "-o", dir.path()}, 1, "no such file"},
         {{"disarm", dir.path(), "--policy", policy, "-o", dir.filePath("o")}, 1, "is a directory"},
     };
     for (const auto &c : cases) {
@@ -90,6 +91,26 @@ TEST(VxcamDisarm, UsageAndPolicyErrors)
     const VxcamRun self = runVxcam({"disarm", dir.filePath("in.docx"), "--policy", policy, "-o", dir.path()});
     EXPECT_EQ(self.exitCode, 1);
     EXPECT_TRUE(self.err.contains("would overwrite the input")) << self.err.toStdString();
+}
+
+// A document exported and imported under the same policy comes out as the
+// direct run writes it, under the same name.
+TEST(VxcamDisarm, AnImportedStreamDisarmsAsTheDirectRun)
+{
+    QTemporaryDir dir;
+    const QString policy = writeTestFile(dir, "policy.xml", kSanitiseAll);
+    const QString doc = fixture("macros.docm");
+    ASSERT_EQ(runVxcam({"disarm", doc, "--policy", policy, "-o", dir.filePath("direct")}).exitCode, 0);
+    ASSERT_EQ(runVxcam({"export", doc, "--policy", policy, "-o", dir.filePath("a.zip")}).exitCode, 0);
+    const VxcamRun imported = runVxcam({"import", dir.filePath("a.zip"), "--policy", policy, "-o", dir.filePath("in")});
+    ASSERT_EQ(imported.exitCode, 0) << imported.err.toStdString();
+    EXPECT_EQ(QDir(dir.filePath("in")).entryList(QDir::Files), QStringList{"macros.docx"});
+    const auto bytes = [&](const char *name) {
+        QFile file(dir.filePath(QLatin1String(name)));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    EXPECT_FALSE(bytes("direct/macros.docx").isEmpty());
+    EXPECT_TRUE(bytes("in/macros.docx") == bytes("direct/macros.docx"));
 }
 
 // The outputs of a policy that sanitises everything still open in an office

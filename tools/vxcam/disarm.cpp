@@ -2,6 +2,7 @@
 #include "identification.h"
 #include "inputs.h"
 #include "reporter.h"
+#include "session.h"
 
 #include "analysis/RepositoryComponents.h"
 #include "buffers/MemoryBuffer.h"
@@ -15,7 +16,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QSaveFile>
 #include <QSet>
 
 #include <memory>
@@ -94,49 +94,18 @@ struct Findings
     }
 };
 
-// A buffer over the bytes where they lie; they must outlive it.
-MemoryBuffer bufferOver(const QByteArray &bytes)
-{
-    return MemoryBuffer(size_t(bytes.size()), reinterpret_cast<unsigned char *>(const_cast<char *>(bytes.constData())));
-}
-
 QJsonArray toArray(const QStringList &list)
 {
     return QJsonArray::fromStringList(list);
 }
 
-// Writes through a temporary file renamed into place: a failure leaves no
-// partial file behind.
-bool writeAtomically(const QString &path, const unsigned char *data, size_t size, QString &error)
-{
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)
-        || file.write(reinterpret_cast<const char *>(data), qint64(size)) != qint64(size) || !file.commit()) {
-        error = file.errorString();
-        return false;
-    }
-    return true;
-}
-
-// The output's name: the input's, with the extension of the kind written
-// when the input was named after its kind (a sanitised .docm becomes .docx).
-QString outputName(const QString &path, const QString &doctype)
-{
-    const QFileInfo info(path);
-    static const QStringList kinds = {"docx", "dotx", "docm", "dotm", "xlsx", "xltx", "xlsm",
-                                      "xltm", "pptx", "potx", "ppsx", "pptm", "potm", "ppsm"};
-    if (!kinds.contains(info.suffix().toLower()) || !kinds.contains(doctype))
-        return info.fileName();
-    return info.completeBaseName() + QLatin1Char('.') + doctype;
-}
-
 class Disarmer
 {
 public:
-    Disarmer(Camera_Pool &pool, const QByteArray &policy, const QString &outDir, const QString &reportDir,
-             Reporter &reporter)
-        : m_pool(pool), m_identifier(pool), m_policy(policy), m_outDir(outDir), m_reportDir(reportDir),
-          m_reporter(reporter)
+    Disarmer(Camera_Pool &pool, const QString &policy, const QString &outDir, const QString &report,
+             const QString &reportDir, Reporter &reporter)
+        : m_pool(pool), m_identifier(pool), m_policy(policy), m_outDir(outDir), m_report(report),
+          m_reports(reportDir), m_reporter(reporter)
     {
     }
 
@@ -153,13 +122,15 @@ public:
             return;
 
         CameraBase session(&m_pool);
-        MemoryBuffer policy = bufferOver(m_policy);
-        session.contentManagement().loadRepositoryFromXML(&policy);
+        applyPolicy(session, m_policy);
+        AnalysisOutput analysis(session);
         MemoryBuffer output;
         QString doctype;
         const VX2_RetStatus status = run(session, input, output, doctype);
         const Findings findings(session.analysis());
-        const QString report = writeReport(session, path);
+        QString report = !m_report.isEmpty() ? m_report : m_reports.next(QFileInfo(path).fileName());
+        if (!analysis.write(report, path, m_reporter))
+            report.clear();
 
         QJsonObject result{{QStringLiteral("path"), path},
                            {QStringLiteral("removed"), findings.removed},
@@ -180,7 +151,9 @@ public:
             return;
         }
 
-        const QString target = QDir(m_outDir).filePath(outputName(path, doctype));
+        // The camera names its output (a .docm whose macros went is a .docx).
+        const QString target = QDir(m_outDir).filePath(
+            output.m_name.empty() ? QFileInfo(path).fileName() : QString::fromStdString(output.m_name));
         QString error;
         if (QFileInfo(target).canonicalFilePath() == QFileInfo(path).canonicalFilePath()) {
             m_reporter.error(path, QStringLiteral("the output %1 would overwrite the input").arg(target), path);
@@ -190,7 +163,8 @@ public:
             m_reporter.error(path, QStringLiteral("the output %1 was written for an earlier input").arg(target), path);
             return;
         }
-        if (!writeAtomically(target, output.constData(), output.sizeOfMB(), error)) {
+        if (!writeWhole(target, reinterpret_cast<const char *>(output.constData()), qint64(output.sizeOfMB()),
+                        &error)) {
             m_reporter.error(path, QStringLiteral("cannot write %1: %2").arg(target, error), path);
             return;
         }
@@ -254,26 +228,12 @@ private:
         }
     }
 
-    QString writeReport(CameraBase &session, const QString &path)
-    {
-        if (m_reportDir.isEmpty())
-            return QString();
-        const QString target = QDir(m_reportDir).filePath(QFileInfo(path).fileName() + QStringLiteral(".xml"));
-        QString error;
-        const MemoryBuffer *report = session.analysisBuffer();
-        if (!session.dumpAnalysisToBuffer()
-            || !writeAtomically(target, report->constData(), report->sizeOfMB(), error)) {
-            m_reporter.error(path, QStringLiteral("cannot write the report %1 %2").arg(target, error), path);
-            return QString();
-        }
-        return target;
-    }
-
     Camera_Pool &m_pool;
     const Identifier m_identifier;
-    const QByteArray m_policy;
+    const QString m_policy;
     const QString m_outDir;
-    const QString m_reportDir;
+    const QString m_report;
+    ReportNames m_reports;
     Reporter &m_reporter;
     QSet<QString> m_written;
 };
@@ -290,10 +250,11 @@ int runDisarm(CommandContext &context)
 {
     Reporter &reporter = context.reporter;
     CommandArgs args(context.args);
-    QString policyPath, outDir, reportDir;
+    QString policyPath, outDir, report, reportDir;
     const bool hasPolicy = args.takeValue({"--policy", "-p"}, policyPath);
     const bool hasOut = args.takeValue({"-o", "--output"}, outDir);
-    args.takeValue({"--report"}, reportDir);
+    args.takeValue({"--report"}, report);
+    args.takeValue({"--report-dir"}, reportDir);
     const QStringList paths = args.operands();
     if (!args.ok())
         return usageError(context, "disarm", args.error());
@@ -304,25 +265,14 @@ int runDisarm(CommandContext &context)
     if (paths.isEmpty())
         return usageError(context, "disarm", QStringLiteral("no files given"));
 
-    QFile policyFile(policyPath);
-    if (!policyFile.open(QIODevice::ReadOnly)) {
-        reporter.error(policyPath, QStringLiteral("cannot read the policy: %1").arg(policyFile.errorString()));
+    if (!report.isEmpty() && !reportDir.isEmpty())
+        return usageError(context, "disarm", QStringLiteral("--report and --report-dir exclude each other"));
+    if (!checkPolicyFile(policyPath, reporter))
         return 1;
-    }
-    const QByteArray policy = policyFile.readAll();
-    ContentManagement check;
-    MemoryBuffer policyBuffer = bufferOver(policy);
-    if (policy.isEmpty() || check.loadRepositoryFromXML(&policyBuffer) != 0 || check.status() != QSettings::NoError) {
-        reporter.error(policyPath, QStringLiteral("not a policy document (XML with the root element \"config\")"));
+    const std::unique_ptr<Camera_Pool> pool = openCameraPool(context.pluginDir, QStringLiteral("disarm"), reporter);
+    if (pool == nullptr)
         return 1;
-    }
-
-    if (!QFileInfo(context.pluginDir).isDir()) {
-        reporter.error(QStringLiteral("disarm"), QStringLiteral("no plug-in directory %1").arg(context.pluginDir));
-        return 1;
-    }
-    Camera_Pool pool(context.pluginDir);
-    if (pool.getPluginFromFileType(ft_opc) == nullptr) {
+    if (pool->getPluginFromFileType(ft_opc) == nullptr) {
         reporter.error(QStringLiteral("disarm"),
                        QStringLiteral("no Office Open XML camera in %1").arg(context.pluginDir));
         return 1;
@@ -331,7 +281,10 @@ int runDisarm(CommandContext &context)
         return 1;
 
     const QStringList files = collectFiles(paths, context.recursive, reporter);
-    Disarmer disarmer(pool, policy, outDir, reportDir, reporter);
+    if (!report.isEmpty() && files.size() > 1)
+        return usageError(context, "disarm", QStringLiteral("--report names one file, and %1 documents are given; "
+                                                            "use --report-dir").arg(files.size()));
+    Disarmer disarmer(*pool, policyPath, outDir, report, reportDir, reporter);
     reporter.beginBatch(files.size());
     for (const QString &path : files) {
         disarmer.disarm(path);
@@ -342,7 +295,7 @@ int runDisarm(CommandContext &context)
 }
 
 const CommandRegistrar registration(
-    {"disarm", "disarm [-r] FILE|DIR... --policy POLICY.xml -o OUTDIR [--report DIR]",
+    {"disarm", "disarm [-r] FILE|DIR... --policy POLICY.xml -o OUTDIR [--report R | --report-dir D]",
      "remove what a policy forbids from Office Open XML documents", runDisarm,
      "  FILE|DIR          Word, Excel and PowerPoint documents, templates and their\n"
      "                    macro-enabled kinds (folders with -r)\n"
@@ -350,7 +303,8 @@ const CommandRegistrar registration(
      "  -o, --output DIR  where the disarmed documents go (made if missing); a\n"
      "                    document whose macros are removed gets its macro-free\n"
      "                    extension (.docm becomes .docx)\n"
-     "  --report DIR      also write each document's analysis report, NAME.xml\n"
+     "  --report R.xml    also write the analysis report of a single document\n"
+     "  --report-dir D    also write each document's analysis report, NAME.xml\n"
      "Each line says what became of a document: clean, sanitised, allowed (risky\n"
      "content the policy allows), or an error: refused by the policy, or broken.\n"
      "Nothing is written for a refused or broken document. --json gives the\n"

@@ -54,6 +54,16 @@ QString unsafeName(const QString &name)
     return QString();
 }
 
+// A camera may give its output the stream's name with the extension of what
+// it wrote (a .docm whose macros went is a .docx); any other name it leaves
+// on the buffer is not the output's.
+QString outputNameOf(const QString &stream, const std::string &named)
+{
+    const QString name = QString::fromStdString(named);
+    const auto base = [](const QString &n) { return n.left(n.lastIndexOf(QLatin1Char('.'))); };
+    return !name.isEmpty() && base(name) == base(stream) && unsafeName(name).isEmpty() ? name : stream;
+}
+
 SerializationFormat formatOf(const QString &entry)
 {
     return entry.endsWith(QLatin1String(".xml"), Qt::CaseInsensitive) ? sfXML : sfSISL;
@@ -119,7 +129,8 @@ public:
         QString written;
         if (!m_options.outDir.isEmpty()) {
             session.registryEntry(CameraBase::regOutput).writeMemoryBufferFromEntry(session.outputBuffer());
-            if (!writeOutput(subject, stream, output, qint64(outputSize), written))
+            if (!writeOutput(subject, outputNameOf(stream, session.outputBuffer()->m_name), output,
+                             qint64(outputSize), written))
                 return false;
         }
         if (!analysis.write(reportPath, subject, m_reporter))

@@ -98,12 +98,30 @@ VX2_RetStatus Ooxml_camera::runValidation()
     return VX2_Fail;
 }
 
+// The output is named after the input, with the extension of the kind
+// written when the input was named after its kind: a .docm whose macros
+// were removed is written as a .docx, which is what it now is. Hosts name
+// the file they write from it.
+static std::string outputNameOf(const std::string &inputName, const QString &doctype)
+{
+    const QString name = QString::fromStdString(inputName);
+    const int dot = name.lastIndexOf(QLatin1Char('.'));
+    if (dot <= 0 || documentKindByExtension(name.mid(dot + 1).toLower()) == nullptr
+        || documentKindByExtension(doctype) == nullptr)
+        return inputName;
+    return (name.left(dot + 1) + doctype).toStdString();
+}
+
 VX2_RetStatus Ooxml_camera::writeOutputBuffer()
 {
     if (!initialised())
         return VX2_Fail;
     try {
-        return m_root->vir_writeToBuffer(m_context.get()) == cameraStatus_Success ? VX2_Success : VX2_Fail;
+        if (m_root->vir_writeToBuffer(m_context.get()) != cameraStatus_Success)
+            return VX2_Fail;
+        if (MemoryBuffer *const output = m_context->m_outputBuffer)
+            output->m_name = outputNameOf(m_context->m_inputBuffer->m_name, m_root->getDoctype());
+        return VX2_Success;
     } catch (const std::exception &e) {
         logMultiLineError(e.what(), m_root.get());
     } catch (...) {
