@@ -2,10 +2,10 @@
 #include "identification.h"
 #include "inputs.h"
 #include "reporter.h"
+#include "session.h"
 
 #include "cameras/camera_pool.h"
 
-#include <QFileInfo>
 
 #include <memory>
 #include <new>
@@ -26,23 +26,6 @@ const char kHelp[] = "  FILE...     the files to identify; a directory is walked
                      "question answered; --json gives one object per file. An empty file is reported as empty.\n"
                      "A file that cannot be read is named on standard error and the run exits 1; the other\n"
                      "files are still reported.\n";
-
-// The pool quietly loads nothing from a missing or empty directory; a user
-// who mistyped --plugins is told instead. Null after reporting the error.
-std::unique_ptr<Camera_Pool> loadPool(const QString &directory, Reporter &reporter)
-{
-    const QString subject = QStringLiteral("identify");
-    if (!QFileInfo(directory).isDir()) {
-        reporter.error(subject, QStringLiteral("no plug-in directory %1").arg(directory));
-        return nullptr;
-    }
-    auto pool = std::make_unique<Camera_Pool>(directory);
-    if (pool->getListOfCameraNames().isEmpty()) {
-        reporter.error(subject, QStringLiteral("no camera plug-ins in %1").arg(directory));
-        return nullptr;
-    }
-    return pool;
-}
 
 void report(const Identification &id, bool verbose, Reporter &reporter)
 {
@@ -67,7 +50,7 @@ int runIdentify(CommandContext &context)
         return usageError(context, "identify", args.error());
     if (paths.isEmpty())
         return usageError(context, "identify", QStringLiteral("no files given"));
-    const std::unique_ptr<Camera_Pool> pool = loadPool(context.pluginDir, reporter);
+    const std::unique_ptr<Camera_Pool> pool = openCameraPool(context.pluginDir, QStringLiteral("identify"), reporter);
     if (pool == nullptr)
         return 1;
     const QStringList files = collectFiles(paths, recursive, reporter);

@@ -1,8 +1,9 @@
 #pragma once
 
-// What analyse, export and import share: the camera pool they run on, the
-// policy every session applies, running the chosen camera of a file, what a
-// run found, and writing results whole.
+// What the commands that run cameras share (analyse, export, import and
+// disarm; identify only the pool): the camera pool they run on, the policy
+// every session applies, running the chosen camera of a file, what a run
+// found, and writing results whole.
 
 #include "camerachoice.h"
 #include "identification.h"
