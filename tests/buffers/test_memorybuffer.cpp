@@ -16,10 +16,7 @@ using MB = MemoryBuffer;
 
 MB hexBuffer(const char *hex) { return bufferOf(QByteArray::fromHex(hex)); }
 
-std::string hexOf(const MB &b)
-{
-    return QByteArray(reinterpret_cast<const char *>(b.constData()), int(b.sizeOfMB())).toHex().toStdString();
-}
+std::string hexOf(const MB &b) { return bytesOf(b).toHex().toStdString(); }
 
 // The message of what f throws; empty when it throws nothing.
 template <typename F>

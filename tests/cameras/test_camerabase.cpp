@@ -22,11 +22,6 @@
 
 namespace {
 
-QByteArray bytesOf(const MemoryBuffer &buffer)
-{
-    return QByteArray(reinterpret_cast<const char *>(buffer.constData()), static_cast<int>(buffer.sizeOfMB()));
-}
-
 // Sessions run cameras of the gif test module (see tests/plugins), which
 // registers type 25 and whose camera copies its input to its output, records
 // what the session gave it as a content item "text|size" of group 7 and

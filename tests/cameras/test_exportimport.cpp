@@ -21,7 +21,6 @@
 
 #include <gtest/gtest.h>
 
-using serialsession::bytesOf;
 using serialsession::describeTree;
 
 namespace {
@@ -223,27 +222,20 @@ TEST_F(ExportImport, AStreamThatDoesNotImportFailsAloneWithOneLine)
     const QByteArray good = "{__struct_0: !FileStream {__meta: !__ {streamname: !__ \"s\",cameraname: !__ "
                             "\"libvxtree.so\"},__children: !__ \"1-1\"},__struct_1: !DOCUMENT {__meta: !__ {name: !__ "
                             "\"TestRoot\",estrc: !__ \"1\"}}}";
-    QByteArray deep = "{__struct_0: !FileStream {__meta: !__ {cameraname: !__ \"libvxtree.so\"}}";
-    for (int n = 1; n < 2000; ++n)
-        deep += ",__struct_" + QByteArray::number(n) + ": !STRUCT {}";
-    deep.replace("{__meta", "{__children: !__ \"1-1\",__meta");
-    for (int n = 1; n + 1 < 2000; ++n)
-        deep.replace("__struct_" + QByteArray::number(n) + ": !STRUCT {}",
-                     "__struct_" + QByteArray::number(n) + ": !STRUCT {__children: !__ \"" + QByteArray::number(n + 1)
-                         + "-" + QByteArray::number(n + 1) + "\"}");
-    ZipUtils::Zip zip;
-    ASSERT_TRUE(zip.open(1024));
-    const std::pair<const char *, QByteArray> streams[] = {
+    // Record n holds record n + 1, 2000 deep.
+    QByteArray deep = "{__struct_0: !FileStream {__children: !__ \"1-1\",__meta: !__ {cameraname: !__ \"libvxtree.so\"}}";
+    for (int n = 1; n < 2000; ++n) {
+        const QByteArray next = QByteArray::number(n + 1);
+        deep += ",__struct_" + QByteArray::number(n) + ": !STRUCT {"
+                + (n + 1 < 2000 ? "__children: !__ \"" + next + "-" + next + "\"" : QByteArray()) + "}";
+    }
+    const QByteArray archive = zipOf({
         {"Id_1_good_0.sisl", good},
         {"Id_1_truncated_1.sisl", good.left(good.size() / 2)},
         {"Id_1_deep_2.sisl", deep + "}"},
         {"Id_1_stranger_3.sisl", QByteArray(good).replace("libvxtree.so", "libnone.so")},
         {"Id_1_good_4.sisl", good},
-    };
-    for (const auto &[name, bytes] : streams)
-        ASSERT_TRUE(zip.addEntry(QString::fromLatin1(name), bytes));
-    QByteArray archive;
-    ASSERT_TRUE(zip.copyZipFile(archive));
+    });
 
     const std::unique_ptr<CameraBase> run = importSession(archive, sfSISL);
     const struct { const char *entry; VX2_RetStatus status; const char *line; } cases[] = {

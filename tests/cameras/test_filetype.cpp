@@ -1,6 +1,7 @@
 #include "cameras/filetype.h"
 
 #include "containers/ZipUtils.h"
+#include "fixtures/fixtures.h"
 
 #include <QBuffer>
 
@@ -72,7 +73,7 @@ TEST(FileTypeRegistry, OfficePackageKinds)
     };
     const QByteArray macroSheet = types("application/vnd.ms-excel.sheet.macroEnabled.main+xml");
     const QByteArray template_ = types("application/vnd.openxmlformats-officedocument.wordprocessingml.template.main+xml");
-    struct Case { const char *what; QList<QPair<QString, QByteArray>> members; ft_t type; const char *extension;
+    struct Case { const char *what; ZipMembers members; ft_t type; const char *extension;
                   bool macros; };
     const Case cases[] = {
         {"a template", {{"word/document.xml", "<w/>"}, {"[Content_Types].xml", template_}}, ft_docx, "dotx", false},
@@ -95,12 +96,7 @@ TEST(FileTypeRegistry, OfficePackageKinds)
     };
     const FileType registry;
     for (const Case &c : cases) {
-        ZipUtils::Zip zip;
-        ASSERT_TRUE(zip.open(0));
-        for (const auto &member : c.members)
-            zip.addEntry(member.first, member.second);
-        QByteArray archive;
-        ASSERT_TRUE(zip.copyZipFile(archive));
+        QByteArray archive = zipOf(c.members);
         QBuffer device(&archive);
         ZipUtils::Unzip package;
         ASSERT_TRUE(package.open(&device)) << c.what;

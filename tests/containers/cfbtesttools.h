@@ -23,29 +23,6 @@ namespace cfbtest {
 
 inline QString fixture(const QString &name) { return fixturePath("cfb/" + name); }
 
-inline QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-inline bool writeFile(const QString &path, const QByteArray &data)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
-}
-
-inline QString fileIn(const QTemporaryDir &dir, const QString &name, const QByteArray &data)
-{
-    const QString path = dir.filePath(name);
-    return writeFile(path, data) ? path : QString();
-}
-
-inline QByteArray toBytes(const MemoryBuffer &buffer)
-{
-    return QByteArray(reinterpret_cast<const char *>(buffer.constData()), int(buffer.sizeOfMB()));
-}
-
 // Deterministic filler bytes.
 inline QByteArray pattern(int size, int seed)
 {
@@ -71,12 +48,12 @@ QString thrownBy(Call call)
 struct Cfb
 {
     explicit Cfb(const QByteArray &bytes = QByteArray()) : buffer(bufferOf(bytes)), storage(&buffer) {}
-    QByteArray bytes() const { return toBytes(buffer); }
+    QByteArray bytes() const { return bytesOf(buffer); }
     QByteArray read(const QString &path)
     {
         MemoryBuffer out;
         storage.getEntryData(path, &out);
-        return toBytes(out);
+        return bytesOf(out);
     }
     bool add(const QString &path, const QByteArray &data)
     {

@@ -91,7 +91,7 @@ TEST(PoleDevice, ReadingOneStreamCostsItsSectorsAndTheTables)
         }
     }
     CountingBuffer device;
-    device.setData(toBytes(made));
+    device.setData(bytesOf(made));
     POLE::Storage storage(&device);
     ASSERT_TRUE(storage.open());
     const qint64 tables = device.bytesRead;

@@ -67,7 +67,7 @@ TEST(PoleRead, StreamsLookupsEntryDataAndReadOnlyRefusals)
     // Whole streams replace a buffer's content; a missing one empties it.
     MemoryBuffer out = bufferOf("old contents");
     EXPECT_TRUE(f->storage.getEntryData("/aZ", &out));
-    EXPECT_TRUE(toBytes(out) == large);
+    EXPECT_TRUE(bytesOf(out) == large);
     EXPECT_TRUE(f->storage.getEntryData("/missing", &out));
     EXPECT_EQ(out.sizeOfMB(), 0u) << "a missing stream leaves the buffer empty";
 

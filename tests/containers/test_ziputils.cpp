@@ -20,7 +20,7 @@ using ZipUtils::Zip;
 
 namespace {
 
-using Members = QList<QPair<QString, QByteArray>>;
+using Members = ZipMembers;
 
 // The path of a name in the entries map: its folders, down to the deepest
 // the map nests, then the rest of the name as one key.
@@ -48,17 +48,6 @@ int mapDepth(const QVariant &map)
                 pending.append({child, depth + 1});
     }
     return deepest;
-}
-
-QByteArray zipOf(const Members &members)
-{
-    Zip zip;
-    EXPECT_TRUE(zip.open(1024));
-    for (const auto &member : members)
-        EXPECT_TRUE(zip.addEntry(member.first, member.second)) << member.first.toStdString();
-    QByteArray bytes;
-    EXPECT_TRUE(zip.copyZipFile(bytes));
-    return bytes;
 }
 
 // The unzip tool's output.
@@ -235,7 +224,7 @@ TEST(Zip, WrittenArchivesReadBackByUsAndByTheUnzipTool)
 
     QTemporaryDir dir;
     const QString path = dir.filePath("written.zip");
-    ASSERT_TRUE(cfbtest::writeFile(path, archive));
+    ASSERT_TRUE(writeFile(path, archive));
     const QByteArray test = unzipTool({"-t", path});
     EXPECT_TRUE(test.contains("No errors detected")) << test.toStdString();
     EXPECT_EQ(QString::fromUtf8(unzipTool({"-Z1", path})).split(QLatin1Char('\n'), Qt::SkipEmptyParts), names)

@@ -17,17 +17,6 @@ const std::string kUnknown = "Reason unknown";
 const std::string kSignature = "signature match";
 const std::string kStructure = "structure match";
 
-QByteArray zipOf(const QStringList &names)
-{
-    ZipUtils::Zip zip;
-    EXPECT_TRUE(zip.open(0));
-    for (const QString &name : names)
-        EXPECT_TRUE(zip.addEntry(name, name.endsWith(QLatin1Char('/')) ? QByteArray() : "x"));
-    QByteArray bytes;
-    EXPECT_TRUE(zip.copyZipFile(bytes));
-    return bytes;
-}
-
 QByteArray archive(const char *name)
 {
     const QByteArray bytes = readFixture(QStringLiteral("archives/") + QLatin1String(name));
@@ -127,7 +116,10 @@ TEST(FileIdentification, OfficePackagesAreToldByTheirTopLevelFolder)
     };
     for (const Case &c : cases) {
         const std::string what = "members (" + c.members.join(QStringLiteral(", ")).toStdString() + ")";
-        const QByteArray bytes = zipOf(c.members);
+        ZipMembers members;
+        for (const QString &name : c.members)
+            members.append({name, name.endsWith(QLatin1Char('/')) ? QByteArray() : "x"});
+        const QByteArray bytes = zipOf(members);
         std::string reason;
         EXPECT_EQ(typeOf(bytes, &reason), c.dispatcher) << what;
         EXPECT_EQ(reason, c.dispatcher == ft_zip ? kSignature : kStructure) << what;

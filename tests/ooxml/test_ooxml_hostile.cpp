@@ -10,7 +10,7 @@ using namespace ooxmltest;
 
 namespace {
 
-using Members = QList<QPair<QString, QByteArray>>;
+using Members = ZipMembers;
 
 const QByteArray kTypes = "<?xml version=\"1.0\"?><Types xmlns=\"http://schemas.openxmlformats.org/package/2006/"
                           "content-types\"><Default Extension=\"rels\" ContentType=\"application/"
@@ -41,17 +41,6 @@ Members sound(const Members &extra = {}, const QByteArray &types = kTypes, const
 {
     return Members{{"[Content_Types].xml", types}, {"_rels/.rels", main}, {"word/document.xml", "<w:document/>"}}
            + extra;
-}
-
-QByteArray zipOf(const Members &members)
-{
-    ZipUtils::Zip zip;
-    zip.open(0);
-    for (const auto &[name, bytes] : members)
-        zip.addEntry(name, bytes);
-    QByteArray out;
-    zip.copyZipFile(out);
-    return out;
 }
 
 const QByteArray kBillionLaughs = "<?xml version=\"1.0\"?><!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\">"

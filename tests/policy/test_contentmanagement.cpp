@@ -43,18 +43,6 @@ QByteArray written(const QSettings::SettingsMap &map)
     return bytes;
 }
 
-// A line of /proc/self/status, in KiB.
-qint64 residentKiB(const char *field)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n'))
-        if (line.startsWith(field))
-            return line.mid(int(qstrlen(field))).trimmed().split(' ').value(0).toLongLong();
-    return -1;
-}
-
 QByteArray utf16WithByteOrderMark(const QByteArray &utf8)
 {
     const QString text = QString::fromUtf8(utf8);
@@ -275,10 +263,10 @@ TEST(ContentManagement, LargePolicyMemoryInProportion)
     if (!clearRefs.open(QIODevice::WriteOnly) || clearRefs.write("5") != 1)
         GTEST_SKIP() << "the peak resident size cannot be reset here";
     clearRefs.close();
-    const qint64 before = residentKiB("VmRSS:");
+    const qint64 before = statusKiB("VmRSS:");
     ContentManagement policy;
     ASSERT_EQ(policy.loadRepositoryFromXML(&buffer), 0u);
-    const double factor = double(residentKiB("VmHWM:") - before) * 1024 / xml.size();
+    const double factor = double(statusKiB("VmHWM:") - before) * 1024 / xml.size();
     EXPECT_EQ(policy.toStringList().size(), keys);
     EXPECT_EQ(policy.valueOf(QStringLiteral("k12345")), QStringLiteral("allow"));
     // The policy text alone is twice the document (UTF-16). The address

@@ -9,7 +9,6 @@
 #include "fixtures/fixtures.h"
 #include "qtprinters.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -27,12 +26,7 @@ protected:
     static void TearDownTestSuite() { s_pool.reset(); }
 
     // The file's bytes under a new name in the test's folder.
-    QString as(const QByteArray &bytes, const QString &name)
-    {
-        QFile file(m_dir.filePath(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size()) << name.toStdString();
-        return file.fileName();
-    }
+    QString as(const QByteArray &bytes, const QString &name) const { return fileIn(m_dir, name, bytes); }
 
     static std::unique_ptr<Camera_Pool> s_pool;
     QTemporaryDir m_dir;
@@ -121,12 +115,7 @@ TEST_F(IdentificationTest, DetailsJsonAndLines)
     EXPECT_EQ(word.details(), (QStringList{"  compound file: ft_doc (class identifier)", "  extension: .doc (ft_doc)"}));
 
     // Names held by more than one member are reported.
-    ZipUtils::Zip zip;
-    ASSERT_TRUE(zip.open(0));
-    for (const char *name : {"a.txt", "b.txt", "a.txt"})
-        zip.addEntry(QLatin1String(name), QByteArray(name));
-    QByteArray archive;
-    ASSERT_TRUE(zip.copyZipFile(archive));
+    const QByteArray archive = zipOf({{"a.txt", "a"}, {"b.txt", "b"}, {"a.txt", "a"}});
     const Identification twice = identifier.identify(as(archive, "twice.zip"));
     EXPECT_EQ(twice.duplicateNames, QStringList{"a.txt"});
     EXPECT_EQ(twice.toJson().value("duplicate_names"), QJsonArray{"a.txt"});

@@ -358,12 +358,3 @@ TEST(VxcamCfb, CatAllAndExtractGiveEveryStream)
     EXPECT_TRUE(trapped.err.contains("docs: exists and is not a folder")) << trapped.err.constData();
     EXPECT_TRUE(QDir(outside).isEmpty()) << "nothing lands outside the directory";
 }
-
-TEST(VxcamCfb, HelpDescribesEveryVerb)
-{
-    const VxcamRun help = runVxcam({"help", "cfb"});
-    EXPECT_EQ(help.exitCode, 0);
-    for (const char *verb : {"ls FILE", "cat FILE PATH", "cat FILE --all", "info FILE", "add FILE PATH SOURCE",
-                             "rm FILE PATH", "new FILE", "extract FILE DIR"})
-        EXPECT_TRUE(help.out.contains(QByteArray("  ") + verb)) << verb;
-}

@@ -24,12 +24,12 @@ const QByteArray kSanitiseAll = "<config><wordConfig/><xlsConfig/><pptConfig/></
 TEST(VxcamDisarm, EachDocumentGetsItsVerdictAndOnlyPassedOnesAreWritten)
 {
     QTemporaryDir dir;
-    const QString policy = writeTestFile(
+    const QString policy = fileIn(
         dir, "policy.xml",
         "<config><wordConfig><review_comments>allow</review_comments><embedded_images>allow</embedded_images>"
         "<external_hyperlinks>allow</external_hyperlinks><metadata>allow</metadata></wordConfig>"
         "<xlsConfig><review_comments>disallow</review_comments></xlsConfig></config>");
-    const QString notOffice = writeTestFile(dir, "notes.docx", "just text");
+    const QString notOffice = fileIn(dir, "notes.docx", "just text");
     const QString out = dir.filePath("out");
     const VxcamRun run = runVxcam({"--json", "disarm", fixture("macros.docm"), fixture("lo-writer.docx"),
                                    fixture("lo-calc.xlsx"), notOffice, "--policy", policy, "-o", out,
@@ -63,8 +63,8 @@ TEST(VxcamDisarm, EachDocumentGetsItsVerdictAndOnlyPassedOnesAreWritten)
 TEST(VxcamDisarm, UsageAndPolicyErrors)
 {
     QTemporaryDir dir;
-    const QString policy = writeTestFile(dir, "policy.xml", kSanitiseAll);
-    const QString broken = writeTestFile(dir, "broken.xml", "<settings/>");
+    const QString policy = fileIn(dir, "policy.xml", kSanitiseAll);
+    const QString broken = fileIn(dir, "broken.xml", "<settings/>");
     const QString doc = fixture("lo-writer.docx");
     const struct
     {
@@ -98,17 +98,14 @@ TEST(VxcamDisarm, UsageAndPolicyErrors)
 TEST(VxcamDisarm, AnImportedStreamDisarmsAsTheDirectRun)
 {
     QTemporaryDir dir;
-    const QString policy = writeTestFile(dir, "policy.xml", kSanitiseAll);
+    const QString policy = fileIn(dir, "policy.xml", kSanitiseAll);
     const QString doc = fixture("macros.docm");
     ASSERT_EQ(runVxcam({"disarm", doc, "--policy", policy, "-o", dir.filePath("direct")}).exitCode, 0);
     ASSERT_EQ(runVxcam({"export", doc, "--policy", policy, "-o", dir.filePath("a.zip")}).exitCode, 0);
     const VxcamRun imported = runVxcam({"import", dir.filePath("a.zip"), "--policy", policy, "-o", dir.filePath("in")});
     ASSERT_EQ(imported.exitCode, 0) << imported.err.toStdString();
     EXPECT_EQ(QDir(dir.filePath("in")).entryList(QDir::Files), QStringList{"macros.docx"});
-    const auto bytes = [&](const char *name) {
-        QFile file(dir.filePath(QLatin1String(name)));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    };
+    const auto bytes = [&](const char *name) { return readFile(dir.filePath(QLatin1String(name))); };
     EXPECT_FALSE(bytes("direct/macros.docx").isEmpty());
     EXPECT_TRUE(bytes("in/macros.docx") == bytes("direct/macros.docx"));
 }
@@ -122,7 +119,7 @@ TEST(VxcamDisarm, SanitisedOutputsConvertToPdf)
         GTEST_SKIP() << "LibreOffice is not installed (apt-get install libreoffice-writer libreoffice-calc "
                         "libreoffice-impress)";
     QTemporaryDir dir;
-    const QString policy = writeTestFile(dir, "policy.xml", kSanitiseAll);
+    const QString policy = fileIn(dir, "policy.xml", kSanitiseAll);
     const QStringList names = {"lo-writer.docx", "pydocx.docx", "macros.docm", "lo-calc.xlsx", "openpyxl.xlsx",
                                "lo-impress.pptx"};
     QStringList args = {"disarm", "--policy", policy, "-o", dir.filePath("out")};

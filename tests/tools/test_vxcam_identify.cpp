@@ -82,8 +82,8 @@ TEST(VxcamIdentify, JsonLinesForEveryFileAndErrorsForTheBadOnes)
 {
     QTemporaryDir dir;
     const QString gzip = fixturePath(QStringLiteral("archives/sample.gz"));
-    const QString text = writeTestFile(dir, "notes.doc", "just some words\n");
-    const QString empty = writeTestFile(dir, "empty.bin", QByteArray());
+    const QString text = fileIn(dir, "notes.doc", "just some words\n");
+    const QString empty = fileIn(dir, "empty.bin", QByteArray());
     const QString missing = dir.filePath(QStringLiteral("absent.zip"));
     const VxcamRun run = runVxcam({"--json", "identify", gzip, missing, dir.path(), text, empty});
     EXPECT_EQ(run.exitCode, 1) << "a file that cannot be read fails the run";
@@ -110,7 +110,7 @@ TEST(VxcamIdentify, HumanLinesDetailsAndDirectoryWalk)
     ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("sub")));
     const QString file = dir.filePath(QStringLiteral("sub/d.bin"));
     ASSERT_TRUE(QFile::copy(fixturePath(QStringLiteral("identify/word.docx")), file));
-    const QString empty = writeTestFile(dir, "e.txt", QByteArray());
+    const QString empty = fileIn(dir, "e.txt", QByteArray());
     const VxcamRun run = runVxcam({"identify", "-r", dir.path()});
     EXPECT_EQ(run.exitCode, 0) << run.err.constData();
     EXPECT_EQ(QString::fromUtf8(run.out),
@@ -129,7 +129,7 @@ TEST(VxcamIdentify, OnlyThePluginsOfTheDirectoryAreAsked)
 {
     QTemporaryDir plugins, files;
     const QString missing = plugins.filePath(QStringLiteral("missing"));
-    const QString gzip = writeTestFile(files, "packed.gz", QByteArray::fromHex("1f8b0800"));
+    const QString gzip = fileIn(files, "packed.gz", QByteArray::fromHex("1f8b0800"));
     ASSERT_TRUE(QFile::copy(QStringLiteral(VX_TEST_MODULE_NOT_A_PLUGIN), plugins.filePath(QStringLiteral("plain.so"))));
     const QString empty = plugins.path();
     for (const auto &c : {qMakePair(missing, QStringLiteral("vxcam: identify: no plug-in directory %1\n").arg(missing)),
@@ -142,8 +142,8 @@ TEST(VxcamIdentify, OnlyThePluginsOfTheDirectoryAreAsked)
 
     ASSERT_TRUE(QFile::copy(QStringLiteral(VX_TEST_MODULE_XLS), plugins.filePath(QStringLiteral("xls.so")))
                 && QFile::copy(QStringLiteral(VX_FILEIDENTIFIER_MODULE), plugins.filePath("libfileidentifier.so")));
-    const QString sheet = writeTestFile(files, "sheet.bin", "XLS and more");
-    const QString named = writeTestFile(files, "named.xls", "plain words");
+    const QString sheet = fileIn(files, "sheet.bin", "XLS and more");
+    const QString named = fileIn(files, "named.xls", "plain words");
     const VxcamRun run = runVxcam({"--json", "--plugins", plugins.path(), "identify", sheet, named, gzip});
     EXPECT_EQ(run.exitCode, 0) << run.err.constData();
     expectObjects(run, {
@@ -181,9 +181,9 @@ TEST(VxcamIdentify, AFileThatRunsOutOfMemoryDoesNotStopTheBatch)
     if (sanitized())
         GTEST_SKIP() << "the address sanitizer cannot run under a data-size limit";
     QTemporaryDir dir;
-    const QString before = writeTestFile(dir, "a.gz", QByteArray::fromHex("1f8b0800"));
-    const QString directory = writeTestFile(dir, "b.zip", bareDirectory(150000));
-    const QString after = writeTestFile(dir, "c.gz", QByteArray::fromHex("1f8b0800"));
+    const QString before = fileIn(dir, "a.gz", QByteArray::fromHex("1f8b0800"));
+    const QString directory = fileIn(dir, "b.zip", bareDirectory(150000));
+    const QString after = fileIn(dir, "c.gz", QByteArray::fromHex("1f8b0800"));
     // Enough for vxcam and any ordinary file, not for listing 150 000 members.
     for (const int limitMiB : {24, 96}) {
         const QString command = QStringLiteral("ulimit -d %1 && exec \"$0\" \"$@\"").arg(limitMiB * 1024);

@@ -6,7 +6,7 @@
 TEST(VxcamPolicy, ListsEverySwitchWithWhatItMeans)
 {
     const QTemporaryDir dir;
-    const QString path = writeTestFile(dir, "policy.xml",
+    const QString path = fileIn(dir, "policy.xml",
         "<config><wordConfig><macros>allow</macros><metadata>Allow</metadata></wordConfig>"
         "<sysConfig><interchange_type>xml</interchange_type></sysConfig></config>");
     const VxcamRun table = runVxcam({"policy", path});
@@ -36,9 +36,9 @@ TEST(VxcamPolicy, BadInputGivesOneClearLine)
     const struct { QString path; const char *message; } cases[] = {
         {dir.filePath(QStringLiteral("absent.xml")), "no such file"},
         {dir.path(), "not a regular file"},
-        {writeTestFile(dir, "wrong-root.xml", "<settings/>"), "not a policy document"},
-        {writeTestFile(dir, "empty.xml", ""), "is empty"},
-        {writeTestFile(dir, "binary.xml", QByteArray("\x00\xff\x10", 3)), "not a policy document"},
+        {fileIn(dir, "wrong-root.xml", "<settings/>"), "not a policy document"},
+        {fileIn(dir, "empty.xml", ""), "is empty"},
+        {fileIn(dir, "binary.xml", QByteArray("\x00\xff\x10", 3)), "not a policy document"},
     };
     for (const auto &c : cases) {
         const VxcamRun run = runVxcam({"policy", c.path});

@@ -2,14 +2,14 @@
 
 // Runs the built vxcam the way a user would and collects what it printed.
 
+#include "fixtures/fixtures.h"
+
 #include <QByteArray>
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QList>
 #include <QProcess>
 #include <QStringList>
-#include <QTemporaryDir>
 
 struct VxcamRun
 {
@@ -41,11 +41,4 @@ inline VxcamRun runVxcam(const QStringList &arguments)
     run.out = process.readAllStandardOutput();
     run.err = process.readAllStandardError();
     return run;
-}
-
-// Writes a new file of the directory and gives its path; an empty path when it cannot.
-inline QString writeTestFile(const QTemporaryDir &dir, const char *name, const QByteArray &bytes)
-{
-    QFile file(dir.filePath(QLatin1String(name)));
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() ? file.fileName() : QString();
 }

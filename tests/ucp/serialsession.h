@@ -6,6 +6,7 @@
 // UCP tree, line by line, for comparing trees node by node.
 
 #include "buffers/MemoryBuffer.h"
+#include "fixtures/fixtures.h"
 #include "cameras/camera_pool.h"
 #include "cameras/camerabase.h"
 #include "ucp/bddldocument.h"
@@ -52,11 +53,6 @@ inline QStringList describeTree(VXCameraIF *camera)
     if (document)
         describe(document->getDocumentNode(), 0, lines);
     return lines;
-}
-
-inline QByteArray bytesOf(const MemoryBuffer &buffer)
-{
-    return QByteArray(reinterpret_cast<const char *>(buffer.constData()), int(buffer.sizeOfMB()));
 }
 
 class SerialSession : public ::testing::Test

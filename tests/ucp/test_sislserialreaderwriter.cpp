@@ -77,11 +77,6 @@ QDomDocument documentOf(const Node &node)
     return doc;
 }
 
-QByteArray bytesOf(const MemoryBuffer &buffer)
-{
-    return QByteArray(reinterpret_cast<const char *>(buffer.constData()), int(buffer.sizeOfMB()));
-}
-
 QByteArray sislOf(QDomDocument doc, bool pretty = false)
 {
     SISLSerialReaderWriter writer;
@@ -289,17 +284,6 @@ namespace {
 // the same, while the memory, which its allocator makes meaningless, is not.
 constexpr int kHostileSize = kSanitized ? 2 << 20 : 10 << 20;
 
-long long statusKilobytes(const char *field)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n'))
-        if (line.startsWith(field))
-            return line.mid(int(qstrlen(field))).trimmed().split(' ').value(0).toLongLong();
-    return -1;
-}
-
 struct Outcome
 {
     bool finished = false;
@@ -311,8 +295,7 @@ Outcome readMeasured(const QByteArray &hostile)
 {
     const auto readIt = [&hostile]() -> bool {
         QDomDocument doc(QStringLiteral("SerialStream"));
-        MemoryBuffer buffer(size_t(hostile.size()),
-                            reinterpret_cast<unsigned char *>(const_cast<char *>(hostile.constData())));
+        MemoryBuffer buffer = bufferOf(hostile);
         try {
             SISLSerialReaderWriter().deserialise(doc, &buffer);
             return !doc.documentElement().isNull();
@@ -332,13 +315,13 @@ Outcome readMeasured(const QByteArray &hostile)
     const pid_t child = fork();
     if (child == 0) {
         close(channel[0]);
-        const long long before = statusKilobytes("VmRSS:");
+        const long long before = statusKiB("VmRSS:");
         QFile reset(QStringLiteral("/proc/self/clear_refs"));
         if (reset.open(QIODevice::WriteOnly))
             reset.write("5"); // resets the peak to what is resident now
         reset.close();
         const bool read = readIt();
-        const long long figures[2] = {read ? 0 : 1, (statusKilobytes("VmHWM:") - before) * 1024};
+        const long long figures[2] = {read ? 0 : 1, (statusKiB("VmHWM:") - before) * 1024};
         (void)!write(channel[1], figures, sizeof figures);
         _exit(0);
     }

@@ -14,11 +14,6 @@
 
 namespace {
 
-QByteArray bytesOf(const MemoryBuffer &buffer)
-{
-    return QByteArray(reinterpret_cast<const char *>(buffer.constData()), int(buffer.sizeOfMB()));
-}
-
 // Refused streams leave their reason in errorString().
 QString refusal(const QByteArray &xml)
 {
