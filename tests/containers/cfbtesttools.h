@@ -103,22 +103,25 @@ for parts in ole.listdir(streams=True, storages=True):
     return listing;
 }
 
-// The listing as our reader sees the opened file.
-inline Listing poleListing(Cfb &file)
+// The listing as our reader sees the opened storage.
+inline Listing poleListing(POLE::Storage &storage)
 {
     Listing listing;
     QString id;
-    file.storage.getClassId("/", id);
+    storage.getClassId("/", id);
     listing.insert("/", "root " + id);
     QStringList pending{QString()};
     while (!pending.isEmpty()) {
         const QString dir = pending.takeLast();
-        for (const QString &name : file.storage.entries(dir.isEmpty() ? "/" : dir)) {
+        for (const QString &name : storage.entries(dir.isEmpty() ? "/" : dir)) {
             const QString path = dir + QLatin1Char('/') + name;
-            file.storage.getClassId(path, id);
-            if (file.storage.isDirectory(path))
+            storage.getClassId(path, id);
+            MemoryBuffer data;
+            if (storage.isDirectory(path))
                 pending << path;
-            listing.insert(path, file.storage.isDirectory(path) ? storageEntry(id) : streamEntry(file.read(path), id));
+            else
+                storage.getEntryData(path, &data);
+            listing.insert(path, storage.isDirectory(path) ? storageEntry(id) : streamEntry(bytesOf(data), id));
         }
     }
     return listing;
@@ -156,7 +159,7 @@ inline QString verifyWritten(const QByteArray &file, const QMap<QString, QByteAr
     Cfb reopened(file);
     if (!reopened.storage.open())
         return QStringLiteral("we cannot reopen it: result %1").arg(reopened.storage.result());
-    const QString ours = difference(poleListing(reopened), expected);
+    const QString ours = difference(poleListing(reopened.storage), expected);
     return ours.isEmpty() ? QString() : "reopened by us: " + ours;
 }
 

@@ -37,29 +37,7 @@ public:
 Listing listingThrough(QIODevice &device)
 {
     POLE::Storage storage(&device);
-    if (!storage.open())
-        return {{"!error", QString::number(storage.result())}};
-    QString id;
-    storage.getClassId("/", id);
-    Listing listing{{"/", "root " + id}};
-    QStringList pending{QString()};
-    while (!pending.isEmpty()) {
-        const QString dir = pending.takeLast();
-        for (const QString &name : storage.entries(dir.isEmpty() ? "/" : dir)) {
-            const QString path = dir + '/' + name;
-            storage.getClassId(path, id);
-            if (storage.isDirectory(path)) {
-                pending << path;
-                listing.insert(path, storageEntry(id));
-                continue;
-            }
-            POLE::Stream stream(&storage, path);
-            QByteArray data(int(stream.size()), '\0');
-            data.resize(int(stream.read(reinterpret_cast<unsigned char *>(data.data()), stream.size())));
-            listing.insert(path, streamEntry(data, id));
-        }
-    }
-    return listing;
+    return storage.open() ? poleListing(storage) : Listing{{"!error", QString::number(storage.result())}};
 }
 
 } // namespace

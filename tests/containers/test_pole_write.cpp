@@ -232,7 +232,7 @@ TEST(PoleWrite, FilesOfOtherWritersChangedByUs)
         EXPECT_EQ(difference(expected, olefileListingOf(f.bytes())), QString());
         Cfb reopened(f.bytes());
         ASSERT_TRUE(reopened.storage.open()) << "result " << reopened.storage.result();
-        EXPECT_EQ(difference(poleListing(reopened), expected), QString()) << "reopened by us";
+        EXPECT_EQ(difference(poleListing(reopened.storage), expected), QString()) << "reopened by us";
     }
 }
 
