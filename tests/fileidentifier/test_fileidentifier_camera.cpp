@@ -3,6 +3,7 @@
 #include "buffers/MemoryBufferPool.h"
 #include "cameras/camera_pool.h"
 #include "cameras/camerabase.h"
+#include "fixtures/fixtures.h"
 #include "logcapture.h"
 #include "qtprinters.h"
 #include "testcamera.h"
@@ -104,9 +105,7 @@ TEST_F(FileIdentifierCamera, WholeRunRecordsTheFileAndWritesOnlyACheckedRoot)
     m_output.putRawBytes("head:", 5);
     root->m_processStatus = 0x84;
     EXPECT_EQ(m_camera->writeOutputBuffer(), 0);
-    EXPECT_EQ(QByteArray(reinterpret_cast<const char *>(m_output.constData()), int(m_output.sizeOfMB())),
-              "head:" + kTenBytes)
-        << "a checked root writes exactly its bytes at the cursor";
+    EXPECT_EQ(bytesOf(m_output), "head:" + kTenBytes) << "a checked root writes exactly its bytes at the cursor";
     EXPECT_EQ(testcamera::recordsOf(m_analysis).size(), 2) << "and is not refused";
     EXPECT_EQ(m_camera->deinitialiseCamera(), 0);
     EXPECT_EQ(m_camera->deinitialiseCamera(), 0);

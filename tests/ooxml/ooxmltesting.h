@@ -65,11 +65,10 @@ inline Disarm disarm(const QByteArray &package, const QByteArray &policy)
     MemoryBuffer output;
     Disarm result;
     result.status = session.pushCamera(&input, &output, ft_opc, nullptr);
-    result.output = QByteArray(reinterpret_cast<const char *>(output.constData()), int(output.sizeOfMB()));
+    result.output = bytesOf(output);
     result.records = testcamera::recordsOf(session.analysis());
     if (session.dumpAnalysisToBuffer())
-        result.report = QByteArray(reinterpret_cast<const char *>(session.analysisBuffer()->constData()),
-                                   int(session.analysisBuffer()->sizeOfMB()));
+        result.report = bytesOf(*session.analysisBuffer());
     return result;
 }
 

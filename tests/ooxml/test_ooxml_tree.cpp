@@ -29,10 +29,7 @@ struct CameraRun
     }
     ~CameraRun() { document.reset(); camera.deinitialiseCamera(); }
 
-    QByteArray written() const
-    {
-        return QByteArray(reinterpret_cast<const char *>(output.constData()), int(output.sizeOfMB()));
-    }
+    QByteArray written() const { return bytesOf(output); }
 
     CameraBase session;
     MemoryBuffer policyBuffer;
