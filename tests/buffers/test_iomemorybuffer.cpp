@@ -61,7 +61,7 @@ TEST(IOMemoryBuffer, RefusalsGiveMinusOneOrFalseAndSayWhy)
 TEST(IOMemoryBuffer, OpenModesSeekAndReadFollowTheBuffer)
 {
     MemoryBuffer buffer = bufferOf("0123456789");
-    const auto contents = [&] { return std::string(reinterpret_cast<const char *>(buffer.constData()), buffer.sizeOfMB()); };
+    const auto contents = [&] { return bytesOf(buffer).toStdString(); };
     IOMemoryBuffer truncating(&buffer), appending(&buffer), device(&buffer);
     ASSERT_TRUE(truncating.open(QIODevice::ReadWrite | QIODevice::Truncate));
     EXPECT_EQ(truncating.write("abc", 3), 3);

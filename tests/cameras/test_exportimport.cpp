@@ -209,8 +209,6 @@ TEST_F(ExportImport, ImportedStreamsGiveTheDirectRunsTreesAnalysesAndOutputs)
             ASSERT_TRUE(run->dumpAnalysisToBuffer());
             const std::string report = bufferText(*run->analysisBuffer());
             EXPECT_EQ(xmlValues(report, QString()), QStringList()) << "well-formed";
-            EXPECT_EQ(xmlValues(report, QStringLiteral("vx:TechnicalDescription")),
-                      xmlValues(expected.report.toStdString(), QStringLiteral("vx:TechnicalDescription")));
             EXPECT_FALSE(xmlValues(report, QStringLiteral("vx:TechnicalDescription")).isEmpty());
             EXPECT_EQ(QByteArray::fromStdString(report), expected.report) << entry.toStdString();
         }
@@ -231,18 +229,14 @@ TEST_F(ExportImport, AStreamThatDoesNotImportFailsAloneWithOneLine)
     }
     const QByteArray archive = zipOf({
         {"Id_1_good_0.sisl", good},
-        {"Id_1_truncated_1.sisl", good.left(good.size() / 2)},
         {"Id_1_deep_2.sisl", deep + "}"},
-        {"Id_1_stranger_3.sisl", QByteArray(good).replace("libvxtree.so", "libnone.so")},
         {"Id_1_good_4.sisl", good},
     });
 
     const std::unique_ptr<CameraBase> run = importSession(archive, sfSISL);
     const struct { const char *entry; VX2_RetStatus status; const char *line; } cases[] = {
         {"Id_1_good_0.sisl", VX2_Success, nullptr},
-        {"Id_1_truncated_1.sisl", VX2_Fail, " deserialisation failed "},
         {"Id_1_deep_2.sisl", VX2_Fail, " deserialisation failed Records nested more than 512 deep"},
-        {"Id_1_stranger_3.sisl", VX2_Fail, " parseQDomNodes failed Missing camera detection"},
         {"Id_1_missing_5.sisl", VX2_Fail, nullptr},
         {"Id_1_good_4.sisl", VX2_Success, nullptr},
     };
