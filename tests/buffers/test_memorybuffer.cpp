@@ -18,14 +18,6 @@ MB hexBuffer(const char *hex) { return bufferOf(QByteArray::fromHex(hex)); }
 
 std::string hexOf(const MB &b) { return bytesOf(b).toHex().toStdString(); }
 
-// The message of what f throws; empty when it throws nothing.
-template <typename F>
-std::string messageOf(F &&f)
-{
-    try { f(); } catch (const std::exception &e) { return e.what(); }
-    return std::string();
-}
-
 template <typename T>
 std::string hexOfValue(T value)
 {
@@ -120,10 +112,10 @@ TEST(MemoryBuffer, FailuresReportTheirNumbersAndChangeNothing)
 {
     volatile size_t hugeCount = std::numeric_limits<size_t>::max() / 2; // comes from input in real use
     const size_t huge = hugeCount;
-    const std::string read = "Read beyond end of buffer occurred: Size of buffer (10), ",
-                      write = "Write beyond end of buffer occurred: Size of buffer (10), ",
-                      seek = "Seek beyond end of buffer occurred: Size of buffer (10), Old offset (5), ",
-                      overflow = "Arithmetic overflow";
+    const std::string read = "std: Read beyond end of buffer occurred: Size of buffer (10), ",
+                      write = "std: Write beyond end of buffer occurred: Size of buffer (10), ",
+                      seek = "std: Seek beyond end of buffer occurred: Size of buffer (10), Old offset (5), ",
+                      overflow = "std: Arithmetic overflow";
     const struct { const char *label; std::function<void(MB &)> op; std::string message; } cases[] = {
         {"seek past the end", [](auto &b) { b.seek(11); }, seek + "New offset (11)"},
         {"seek forward past the end", [](auto &b) { b.seek(6, MBSeekForward); }, seek + "New offset (11)"},
@@ -150,7 +142,7 @@ TEST(MemoryBuffer, FailuresReportTheirNumbersAndChangeNothing)
     for (const auto &c : cases) {
         MB buffer = hexBuffer("00010203040506070809");
         buffer.seek(5);
-        EXPECT_EQ(messageOf([&] { c.op(buffer); }), c.message) << c.label;
+        EXPECT_EQ(thrownText([&] { c.op(buffer); }), c.message) << c.label;
         EXPECT_EQ(buffer.tell(), 5u) << c.label;
         EXPECT_EQ(hexOf(buffer), "00010203040506070809") << c.label;
     }
@@ -160,9 +152,9 @@ TEST(MemoryBuffer, CursorBeyondTheEndMakesEveryAccessOverflow)
 {
     MB b = hexBuffer("0102");
     b.restoreBufferState(MemoryBufferState{10, true, MBNativeOrder});
-    EXPECT_EQ(messageOf([&] { b.sizeToEof(); }), "Arithmetic overflow");
-    EXPECT_EQ(messageOf([&] { b.lookUInt8(); }), "Arithmetic overflow");
-    EXPECT_EQ(messageOf([&] { b.putUInt8(1); }), "Arithmetic overflow");
+    EXPECT_EQ(thrownText([&] { b.sizeToEof(); }), "std: Arithmetic overflow");
+    EXPECT_EQ(thrownText([&] { b.lookUInt8(); }), "std: Arithmetic overflow");
+    EXPECT_EQ(thrownText([&] { b.putUInt8(1); }), "std: Arithmetic overflow");
 }
 
 TEST(MemoryBuffer, GrowthResizeAndReset)

@@ -32,18 +32,6 @@ void expectObjects(const VxcamRun &run, const QList<QPair<QString, const char *>
     }
 }
 
-bool sanitized()
-{
-#if defined(__SANITIZE_ADDRESS__)
-    return true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-    return true;
-#endif
-#endif
-    return false;
-}
-
 // A file of `size` bytes that starts with `lead` and is a hole after it.
 QString sparseFile(const QTemporaryDir &dir, const char *name, const QByteArray &lead, qint64 size)
 {
@@ -178,7 +166,7 @@ TEST(VxcamIdentify, MemoryStaysSmallWhateverTheFileSize)
 // and the files after it still are: the batch goes on.
 TEST(VxcamIdentify, AFileThatRunsOutOfMemoryDoesNotStopTheBatch)
 {
-    if (sanitized())
+    if (kSanitized)
         GTEST_SKIP() << "the address sanitizer cannot run under a data-size limit";
     QTemporaryDir dir;
     const QString before = fileIn(dir, "a.gz", QByteArray::fromHex("1f8b0800"));

@@ -27,11 +27,6 @@ using testcamera::thrownText;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 constexpr bool kMeasured = !kSanitized;
 
 // A DOM made of (tag, attributes, text, children) nodes, so tests can hold

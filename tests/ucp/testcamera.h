@@ -11,6 +11,7 @@
 #include "analysis/RepositoryComponents.h"
 #include "buffers/MemoryBuffer.h"
 #include "buffers/MemoryBufferPool.h"
+#include "fixtures/fixtures.h"
 #include "ucp_engine/BDDLStructBase.h"
 
 #include <QStringList>
@@ -114,20 +115,7 @@ struct TestRun
     }
 };
 
-// What `action` throws: a C string as it stands, a standard exception as
-// "std: <what>", nothing as "(nothing thrown)".
-template <typename Action>
-std::string thrownText(Action &&action)
-{
-    try {
-        action();
-    } catch (const char *text) {
-        return text;
-    } catch (const std::exception &e) {
-        return std::string("std: ") + e.what();
-    }
-    return "(nothing thrown)";
-}
+using ::thrownText;
 
 // The records of the current document, one line each:
 //   content|sanitise|issue|remedy <group> <description>|<size>[|<sanitisation or issue id>]
