@@ -70,10 +70,10 @@ TEST_F(VxcamSessions, AnalyseSumsUpEachFileAndWritesWellFormedReports)
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(QString::fromUtf8(run.err), "vxcam: " + path("absent.vxt") + ": no such file\n");
     EXPECT_EQ(QString::fromUtf8(run.out),
-              m_tree + ": ft_doc (17) by libvxtree.so: sanitised (1 content, 1 sanitised, 0 issues); report "
-                  + path("reports/doc.vxt.xml") + "\n" + m_text
-                  + ": ft_unknown (0) by libfileidentifier.so: unsupported (1 content, 0 sanitised, 0 issues); report "
-                  + path("reports/notes.txt.xml") + "\n");
+              m_tree + ": sanitised (1 content, 1 sanitised, 0 issues); Microsoft Word 97 - 2003 Document [ft_doc] "
+                       "by libvxtree.so; report " + path("reports/doc.vxt.xml") + "\n" + m_text
+                  + ": unsupported (1 content, 0 sanitised, 0 issues); text [ft_unknown] by libfileidentifier.so; "
+                    "report " + path("reports/notes.txt.xml") + "\n");
     for (const char *report : {"reports/doc.vxt.xml", "reports/notes.txt.xml"}) {
         const std::string text = readAll(path(report)).toStdString();
         EXPECT_EQ(xmlValues(text, QString()), QStringList()) << report << " is well-formed";
