@@ -96,7 +96,12 @@ TEST_F(VxcamSessions, AnalyseSumsUpEachFileAndWritesWellFormedReports)
 TEST_F(VxcamSessions, UsageAndBadPoliciesGiveOneLine)
 {
     const QString notPolicy = writeTestFile(m_dir, "bad.xml", "<other/>");
+    // A sparse file larger than a session reads is refused before any of it is.
+    QFile huge(path("huge.vxt"));
+    ASSERT_TRUE(huge.open(QIODevice::WriteOnly) && huge.resize((qint64(1) << 30) + 1));
+    huge.close();
     const struct { QStringList arguments; int exit; const char *error; } cases[] = {
+        {{"analyse", path("huge.vxt")}, 1, "huge.vxt: larger than 1024 MiB: not read"},
         {{"analyse", m_tree, m_text, "--report", path("r.xml")}, 2, "--report names one file"},
         {{"analyse", m_tree, "--report", "a", "--report-dir", "b"}, 2, "exclude each other"},
         {{"analyse", m_tree, "--policy", notPolicy}, 1, "not a policy document"},
@@ -110,6 +115,9 @@ TEST_F(VxcamSessions, UsageAndBadPoliciesGiveOneLine)
         EXPECT_EQ(run.exitCode, c.exit) << c.arguments.join(' ').toStdString();
         EXPECT_TRUE(run.oneErrorLine() && run.err.contains(c.error)) << run.err.constData();
     }
+    const VxcamRun hugeExport = vxcam({"export", path("huge.vxt"), "-o", path("a.zip")});
+    EXPECT_EQ(hugeExport.exitCode, 1);
+    EXPECT_TRUE(hugeExport.err.contains("huge.vxt: larger than 1024 MiB: not read")) << hugeExport.err.constData();
     EXPECT_FALSE(QFileInfo::exists(path("a.zip")));
     for (const char *command : {"analyse", "export", "import"}) {
         const VxcamRun help = vxcam({command, "--help"});
