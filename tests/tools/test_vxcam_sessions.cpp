@@ -64,10 +64,10 @@ TEST_F(VxcamSessions, AnalyseSumsUpEachFileAndWritesWellFormedReports)
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(QString::fromUtf8(run.err), "vxcam: " + path("absent.vxt") + ": no such file\n");
     EXPECT_EQ(QString::fromUtf8(run.out),
-              m_tree + ": ft_doc (17) by libvxtree.so: sanitised (1 content, 1 sanitised, 0 issues); report "
-                  + path("reports/doc.vxt.xml") + "\n" + m_text
-                  + ": ft_unknown (0) by libfileidentifier.so: unsupported (1 content, 0 sanitised, 0 issues); report "
-                  + path("reports/notes.txt.xml") + "\n");
+              m_tree + ": sanitised (1 content, 1 sanitised, 0 issues); Microsoft Word 97 - 2003 Document [ft_doc] "
+                       "by libvxtree.so; report " + path("reports/doc.vxt.xml") + "\n" + m_text
+                  + ": unsupported (1 content, 0 sanitised, 0 issues); text [ft_unknown] by libfileidentifier.so; "
+                    "report " + path("reports/notes.txt.xml") + "\n");
     for (const char *report : {"reports/doc.vxt.xml", "reports/notes.txt.xml"}) {
         const std::string text = readFile(path(report)).toStdString();
         EXPECT_EQ(xmlValues(text, QString()), QStringList()) << report << " is well-formed";
@@ -90,7 +90,12 @@ TEST_F(VxcamSessions, AnalyseSumsUpEachFileAndWritesWellFormedReports)
 TEST_F(VxcamSessions, UsageAndBadPoliciesGiveOneLine)
 {
     const QString notPolicy = fileIn(m_dir, "bad.xml", "<other/>");
+    // A sparse file larger than a session reads is refused before any of it is.
+    QFile huge(path("huge.vxt"));
+    ASSERT_TRUE(huge.open(QIODevice::WriteOnly) && huge.resize((qint64(1) << 30) + 1));
+    huge.close();
     const struct { QStringList arguments; int exit; const char *error; } cases[] = {
+        {{"analyse", path("huge.vxt")}, 1, "huge.vxt: larger than 1024 MiB: not read"},
         {{"analyse", m_tree, m_text, "--report", path("r.xml")}, 2, "--report names one file"},
         {{"analyse", m_tree, "--report", "a", "--report-dir", "b"}, 2, "exclude each other"},
         {{"analyse", m_tree, "--policy", notPolicy}, 1, "not a policy document"},
@@ -104,6 +109,9 @@ TEST_F(VxcamSessions, UsageAndBadPoliciesGiveOneLine)
         EXPECT_EQ(run.exitCode, c.exit) << c.arguments.join(' ').toStdString();
         EXPECT_TRUE(run.oneErrorLine() && run.err.contains(c.error)) << run.err.constData();
     }
+    const VxcamRun hugeExport = vxcam({"export", path("huge.vxt"), "-o", path("a.zip")});
+    EXPECT_EQ(hugeExport.exitCode, 1);
+    EXPECT_TRUE(hugeExport.err.contains("huge.vxt: larger than 1024 MiB: not read")) << hugeExport.err.constData();
     EXPECT_FALSE(QFileInfo::exists(path("a.zip")));
 }
 

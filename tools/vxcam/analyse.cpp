@@ -15,9 +15,10 @@
 #include <memory>
 
 // vxcam analyse: one camera session per file. The file's type is identified
-// as identify does (the same identification unit); the camera is the plug-in registered for it (or the
-// file-identifier camera, which carries any file); the run's analysis is
-// written as a report where asked, and summed up per file.
+// as identify does (the same identification unit); the camera is the
+// plug-in registered for it (or the file-identifier camera, which carries
+// any file); the run's analysis is written as a report where asked, and
+// summed up per file, verdict first.
 
 namespace {
 
@@ -29,11 +30,6 @@ struct Options
     QString report;    // one report file (one input)
     QString reportDir; // one report per input
 };
-
-QString typeName(ft_t type)
-{
-    return QStringLiteral("%1 (%2)").arg(QString::fromLatin1(fileTypeName(type))).arg(type);
-}
 
 // Analyses one file; false after one error line when it could not be.
 bool analyse(const QString &path, const QString &reportPath, const Options &options, Camera_Pool &pool,
@@ -59,11 +55,15 @@ bool analyse(const QString &path, const QString &reportPath, const Options &opti
     QJsonObject object{{QStringLiteral("path"), path},
                        {QStringLiteral("type"), type},
                        {QStringLiteral("type_name"), QString::fromLatin1(fileTypeName(type))},
+                       {QStringLiteral("description"), input.identification.description},
                        {QStringLiteral("camera"), choice.camera}};
     findings.addTo(object, status);
     if (!reportPath.isEmpty())
         object.insert(QStringLiteral("report"), reportPath);
-    QString line = QStringLiteral("%1: %2 by %3: %4").arg(path, typeName(type), choice.camera, findings.summary(status));
+    // The verdict first, then what the file is and which camera took it.
+    QString line = QStringLiteral("%1: %2; %3 [%4] by %5")
+                       .arg(path, findings.summary(status), input.identification.description,
+                            QString::fromLatin1(fileTypeName(type)), choice.camera);
     if (!reportPath.isEmpty())
         line += QStringLiteral("; report %1").arg(reportPath);
     reporter.result(object, line);

@@ -1,5 +1,4 @@
 #include "command.h"
-#include "inputs.h"
 #include "reporter.h"
 #include "session.h"
 
@@ -9,6 +8,7 @@
 #include "containers/ZipUtils.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -209,12 +209,22 @@ int runImport(CommandContext &context)
     if (pool == nullptr)
         return 1;
 
+    // The archive is read where it lies: its directory, then one member at
+    // a time, so memory follows the largest stream, not the archive.
     const QString archivePath = operands.first();
-    MemoryBuffer archiveBytes;
-    if (!loadFile(archivePath, archiveBytes, reporter))
+    const QFileInfo archiveInfo(archivePath);
+    if (!archiveInfo.isFile()) {
+        reporter.error(archivePath, archiveInfo.exists() ? QStringLiteral("not a regular file")
+                                                         : QStringLiteral("no such file"), archivePath);
         return 1;
+    }
+    QFile archiveFile(archivePath);
+    if (!archiveFile.open(QIODevice::ReadOnly)) {
+        reporter.error(archivePath, archiveFile.errorString(), archivePath);
+        return 1;
+    }
     ZipUtils::Unzip archive;
-    if (!archive.openInPlace(&archiveBytes)) {
+    if (!archive.open(&archiveFile)) {
         reporter.error(archivePath, QStringLiteral("not a zip archive"), archivePath);
         return 1;
     }

@@ -63,7 +63,7 @@ void printHelp(FILE *out, const PluginDir &plugins)
                "commands:\n",
                out);
     for (const Command &command : commands())
-        std::fprintf(out, "  %-34s %s\n", command.synopsis, command.summary);
+        std::fprintf(out, "  %-10s %s\n", command.name, command.summary);
     std::fprintf(out,
                  "\noptions (before or after the command):\n"
                  "  --json          one JSON object per result (JSON Lines)\n"
@@ -71,7 +71,7 @@ void printHelp(FILE *out, const PluginDir &plugins)
                  "                  else the folder installed beside vxcam)\n"
                  "  -r              walk directories\n"
                  "  --verbose       show the framework's diagnostic log on standard error\n"
-                 "  -h, --help      this text; with a command, that command's\n"
+                 "  -h, --help      this text; after a command, that command's help\n"
                  "  --version       the version of vxcam\n"
                  "\nplug-in folder: %s (%s)\n"
                  "\nexit status: 0 success, 1 an input or the plug-in folder failed, 2 usage error\n",

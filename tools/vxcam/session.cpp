@@ -61,6 +61,12 @@ bool loadSessionInput(CameraBase &session, const Identifier &identifier, const C
         reporter.error(path, input.identification.error, path);
         return false;
     }
+    // Cameras read a whole file from memory; a file beyond the bound is
+    // refused rather than read into memory it could exhaust.
+    if (QFileInfo(path).size() > kMaxSessionInput) {
+        reporter.error(path, QStringLiteral("larger than %1 MiB: not read").arg(kMaxSessionInput >> 20), path);
+        return false;
+    }
     if (!loadFile(path, *session.inputBuffer(), reporter))
         return false;
     input.choice = chooseCamera(input.identification.type, pool);

@@ -35,9 +35,13 @@ bool checkPolicyFile(const QString &path, Reporter &reporter);
 // Loads the checked policy into the session (nothing for an empty path).
 void applyPolicy(CameraBase &session, const QString &path);
 
+// The largest file a session reads; larger ones are refused with one line.
+constexpr qint64 kMaxSessionInput = qint64(1) << 30;
+
 // One input as a session takes it: identified as identify does, read whole
 // into the session's input buffer (named after the file) and given its
-// camera. False after one error line naming the file.
+// camera. False after one error line naming the file (one larger than
+// kMaxSessionInput included).
 struct SessionInput
 {
     Identification identification;
