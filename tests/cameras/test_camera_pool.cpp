@@ -86,10 +86,8 @@ TEST(CameraPool, ScanLoadsOnlyCameraPluginsInNameOrderAndLogsEveryFile)
                  {VX_TEST_MODULE_NOT_A_PLUGIN, "plain.so"}, {VX_TEST_MODULE_UNRESOLVED, "unresolved.so"},
                  {VX_TEST_MODULE_NOT_CAMERA, "notcamera.so"}, {VX_TEST_MODULE_THROW_ON_REGISTER, "register.so"},
                  {VX_TEST_MODULE_XLS, "xls.so.1"}, {VX_TEST_MODULE_XLS, "xls.txt"}, {VX_TEST_MODULE_XLS, "so"}});
-    QFile text(dir.path(QStringLiteral("text.so")));
-    ASSERT_TRUE(text.open(QIODevice::WriteOnly) && text.write("not a library\n") > 0);
-    text.close();
-    QFile(dir.path(QStringLiteral("empty.so"))).open(QIODevice::WriteOnly);
+    ASSERT_FALSE(fileIn(dir.m_dir, "text.so", "not a library\n").isEmpty());
+    ASSERT_FALSE(fileIn(dir.m_dir, "empty.so", QByteArray()).isEmpty());
     ASSERT_TRUE(QDir(dir.m_dir.path()).mkpath(QStringLiteral("folder.so/sub")));
     ASSERT_TRUE(QFile::link(dir.path(QStringLiteral("gone")), dir.path(QStringLiteral("dangling.so"))));
     // A link is followed; the plug-in in the subfolder is not loaded by itself.
