@@ -55,6 +55,7 @@ TEST(VxcamDisarm, EachDocumentGetsItsVerdictAndOnlyPassedOnesAreWritten)
     // The same without --json: one line per written document.
     const VxcamRun human = runVxcam({"disarm", fixture("lo-writer.docx"), "--policy", policy, "-o", out});
     EXPECT_EQ(human.exitCode, 0);
+    EXPECT_FALSE(QFileInfo::exists(QStringLiteral("lo-writer.docx.xml"))) << "no report unless one is asked for";
     EXPECT_EQ(human.out, (fixture("lo-writer.docx") + ": allowed -> " + QDir(out).filePath("lo-writer.docx")
                           + " (allowed: embedded_images 1, external_hyperlinks 1, metadata 2, review_comments 1)\n")
                              .toUtf8());

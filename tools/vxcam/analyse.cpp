@@ -99,13 +99,10 @@ int runAnalyse(CommandContext &context)
     }
 
     const Identifier identifier(*pool);
-    ReportNames reports(options.reportDir);
+    ReportNames reports(options.report, options.reportDir);
     reporter.beginBatch(files.size());
     for (const QString &path : files) {
-        const QString reportPath = !options.report.isEmpty() ? options.report
-                                   : options.reportDir.isEmpty() ? QString()
-                                                                 : reports.next(QFileInfo(path).fileName());
-        analyse(path, reportPath, options, *pool, identifier, reporter);
+        analyse(path, reports.next(QFileInfo(path).fileName()), options, *pool, identifier, reporter);
         reporter.advance(path);
     }
     reporter.endBatch();

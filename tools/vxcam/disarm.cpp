@@ -104,8 +104,8 @@ class Disarmer
 public:
     Disarmer(Camera_Pool &pool, const QString &policy, const QString &outDir, const QString &report,
              const QString &reportDir, Reporter &reporter)
-        : m_pool(pool), m_identifier(pool), m_policy(policy), m_outDir(outDir), m_report(report),
-          m_reports(reportDir), m_reporter(reporter)
+        : m_pool(pool), m_identifier(pool), m_policy(policy), m_outDir(outDir), m_reports(report, reportDir),
+          m_reporter(reporter)
     {
     }
 
@@ -128,7 +128,7 @@ public:
         QString doctype;
         const VX2_RetStatus status = run(session, input, output, doctype);
         const Findings findings(session.analysis());
-        QString report = !m_report.isEmpty() ? m_report : m_reports.next(QFileInfo(path).fileName());
+        QString report = m_reports.next(QFileInfo(path).fileName());
         if (!analysis.write(report, path, m_reporter))
             report.clear();
 
@@ -232,7 +232,6 @@ private:
     const Identifier m_identifier;
     const QString m_policy;
     const QString m_outDir;
-    const QString m_report;
     ReportNames m_reports;
     Reporter &m_reporter;
     QSet<QString> m_written;

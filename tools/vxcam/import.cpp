@@ -74,7 +74,7 @@ class Importer
 public:
     Importer(const QString &archivePath, const Options &options, Camera_Pool &pool, Reporter &reporter)
         : m_archivePath(archivePath), m_options(options), m_pool(pool), m_reporter(reporter),
-          m_reports(options.reportDir)
+          m_reports(options.report, options.reportDir)
     {
     }
 
@@ -116,9 +116,7 @@ public:
         if (!runGuarded(push, subject, entry, m_reporter, status))
             return false;
         const RunFindings findings = RunFindings::of(session.analysis());
-        const QString reportPath = !m_options.report.isEmpty() ? m_options.report
-                                   : m_options.reportDir.isEmpty() ? QString()
-                                                                   : m_reports.next(stream);
+        const QString reportPath = m_reports.next(stream);
         if (isVX2_RetStatusFail(status)) {
             const QString why = diagnostics.failure();
             m_reporter.error(subject, QStringLiteral("not imported: %1")

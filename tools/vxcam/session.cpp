@@ -181,6 +181,8 @@ bool writeWhole(const QString &path, const char *data, qint64 size, QString *err
 
 QString ReportNames::next(const QString &name)
 {
+    if (!m_file.isEmpty() || m_directory.isEmpty())
+        return m_file;
     QString candidate = name + QStringLiteral(".xml");
     for (int n = 2; m_used.contains(candidate); ++n)
         candidate = QStringLiteral("%1-%2.xml").arg(name).arg(n);

@@ -84,15 +84,17 @@ struct RunFindings
 // on failure.
 bool writeWhole(const QString &path, const char *data, qint64 size, QString *error);
 
-// Report files in a directory: one per name, "NAME.xml", later ones of the
-// same name numbered ("NAME-2.xml").
+// Where each run's report goes, as --report FILE or --report-dir DIR ask:
+// the one file; else one per name in the directory, "NAME.xml", later ones
+// of the same name numbered ("NAME-2.xml"); else nowhere (an empty path).
 class ReportNames
 {
 public:
-    explicit ReportNames(QString directory) : m_directory(std::move(directory)) {}
+    ReportNames(QString file, QString directory) : m_file(std::move(file)), m_directory(std::move(directory)) {}
     QString next(const QString &name);
 
 private:
+    QString m_file;
     QString m_directory;
     QSet<QString> m_used;
 };
