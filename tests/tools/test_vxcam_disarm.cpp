@@ -81,17 +81,52 @@ TEST(VxcamDisarm, UsageAndPolicyErrors)
         {{"disarm", doc, "--policy", broken, "-o", dir.path()}, 1, "not a policy document"},
         {{"disarm", doc, "--policy", dir.filePath("none.xml"), "-o", dir.path()}, 1, "no such file"},
         {{"disarm", dir.path(), "--policy", policy, "-o", dir.filePath("o")}, 1, "is a directory"},
+        {{"disarm", doc, "--policy", policy, "-o", dir.filePath("o"), "--report", doc}, 2, "would overwrite an input"},
     };
     for (const auto &c : cases) {
         const VxcamRun run = runVxcam(c.args);
         EXPECT_EQ(run.exitCode, c.exitCode) << c.args.join(' ').toStdString();
         EXPECT_TRUE(run.oneErrorLine() && run.err.contains(c.error)) << run.err.toStdString();
     }
-    // A document is never written over its input.
-    QFile::copy(doc, dir.filePath("in.docx"));
-    const VxcamRun self = runVxcam({"disarm", dir.filePath("in.docx"), "--policy", policy, "-o", dir.path()});
-    EXPECT_EQ(self.exitCode, 1);
-    EXPECT_TRUE(self.err.contains("would overwrite the input")) << self.err.toStdString();
+}
+
+// Outputs never replace what the user did not ask to replace: an input of
+// the run (a .docm becomes a .docx beside a .docx given too), a file a link
+// in the output folder points to, or earlier outputs walked again.
+TEST(VxcamDisarm, OutputsReplaceNeitherInputsNorWhatLinksPointTo)
+{
+    QTemporaryDir dir;
+    const QString policy = fileIn(dir, "policy.xml", kSanitiseAll);
+    const QByteArray docx = readFixture(QStringLiteral("ooxml/lo-writer.docx"));
+    const QByteArray docm = readFixture(QStringLiteral("ooxml/macros.docm"));
+    for (const char *folder : {"in", "walk"})
+        ASSERT_TRUE(QDir(dir.path()).mkpath(QLatin1String(folder)));
+    fileIn(dir, "in/a.docm", docm);
+    fileIn(dir, "in/a.docx", docx);
+    const VxcamRun both = runVxcam({"disarm", dir.filePath("in/a.docm"), dir.filePath("in/a.docx"), "--policy",
+                                    policy, "-o", dir.filePath("in")});
+    EXPECT_EQ(both.exitCode, 1);
+    EXPECT_TRUE(both.err.contains("a.docm: the output " + dir.filePath("in/a.docx").toUtf8()
+                                  + " would overwrite an input")) << both.err.toStdString();
+    EXPECT_TRUE(readFile(dir.filePath("in/a.docx")) == docx);
+
+    fileIn(dir, "victim", "untouched");
+    ASSERT_TRUE(QDir().mkpath(dir.filePath("out")));
+    ASSERT_TRUE(QFile::link(dir.filePath("victim"), dir.filePath("out/a.docx")));
+    const VxcamRun linked = runVxcam({"disarm", dir.filePath("in/a.docx"), "--policy", policy, "-o",
+                                      dir.filePath("out")});
+    EXPECT_EQ(linked.exitCode, 1);
+    EXPECT_TRUE(linked.err.contains("is a link or not a plain file")) << linked.err.toStdString();
+    EXPECT_EQ(readFile(dir.filePath("victim")), QByteArray("untouched"));
+
+    fileIn(dir, "walk/a.docx", docx);
+    fileIn(dir, "walk/b.docm", docm);
+    for (int run = 0; run < 2; ++run) {
+        const VxcamRun walk = runVxcam({"-r", "disarm", dir.filePath("walk"), "--policy", policy, "-o",
+                                        dir.filePath("walk/clean"), "--report-dir", dir.filePath("walk/reports")});
+        EXPECT_EQ(walk.exitCode, 0) << "run " << run << ": " << walk.err.toStdString();
+        EXPECT_EQ(walk.out.count('\n'), 2) << walk.out.toStdString();
+    }
 }
 
 // A document exported and imported under the same policy comes out as the

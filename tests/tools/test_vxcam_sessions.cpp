@@ -103,6 +103,13 @@ TEST_F(VxcamSessions, UsageAndBadPoliciesGiveOneLine)
         {{"export", m_tree, "-o", path("a.zip"), "--format", "json"}, 2, "--format is sisl or xml"},
         {{"import"}, 2, "expects one archive"},
         {{"import", m_tree}, 1, "not a zip archive"},
+        // Nothing the user gave as an input is written over; a name with a
+        // line feed still makes one error line.
+        {{"analyse", m_tree, "--report", m_tree}, 2, "would overwrite an input"},
+        {{"export", m_tree, "-o", m_tree}, 2, "would overwrite an input"},
+        {{"analyse", path("a\nb.vxt")}, 1, "a\\x0Ab.vxt: no such file"},
+        // A missing folder for the archive is found before any file is read.
+        {{"export", m_tree, "-o", path("none/a.zip")}, 1, "no folder"},
     };
     for (const auto &c : cases) {
         const VxcamRun run = vxcam(c.arguments);

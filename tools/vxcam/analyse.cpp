@@ -90,13 +90,13 @@ int runAnalyse(CommandContext &context)
     const std::unique_ptr<Camera_Pool> pool = openCameraPool(context.pluginDir, kSubject, reporter);
     if (pool == nullptr)
         return 1;
-    const QStringList files = collectFiles(paths, context.recursive, reporter);
+    const QStringList files = collectFiles(paths, context.recursive, reporter, {options.reportDir});
     if (!options.report.isEmpty() && files.size() > 1)
         return usageError(context, "analyse", QStringLiteral("--report names one file; use --report-dir for several"));
-    if (!options.reportDir.isEmpty() && !QDir().mkpath(options.reportDir)) {
-        reporter.error(options.reportDir, QStringLiteral("cannot make the report directory"));
+    if (!options.report.isEmpty() && namesOneOf(options.report, files))
+        return usageError(context, "analyse", QStringLiteral("--report %1 would overwrite an input").arg(options.report));
+    if (!options.reportDir.isEmpty() && !makeFolder(options.reportDir, reporter))
         return 1;
-    }
 
     const Identifier identifier(*pool);
     ReportNames reports(options.report, options.reportDir);

@@ -1,11 +1,14 @@
 #include "command.h"
 #include "reporter.h"
+#include "session.h"
 
 #include "cameras/camera_pool.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
+
+#include <memory>
 
 namespace {
 
@@ -47,24 +50,13 @@ int runCameras(CommandContext &context)
         return usageError(context, "cameras", args.error());
     if (!operands.isEmpty())
         return usageError(context, "cameras", QStringLiteral("takes no arguments"));
-    // The pool quietly finds nothing in a missing or empty directory; a user
-    // who mistyped --plugins, or whose installation lost its plug-ins, is
-    // told instead, as identify tells them.
-    const QFileInfo directory(context.pluginDir);
-    if (!directory.isDir()) {
-        reporter.error(subject, QStringLiteral("no plug-in directory %1").arg(context.pluginDir));
+    const std::unique_ptr<Camera_Pool> pool = openCameraPool(context.pluginDir, subject, reporter);
+    if (pool == nullptr)
         return 1;
-    }
-
-    const Camera_Pool pool(context.pluginDir);
-    const QStringList names = pool.getListOfCameraNames();
-    if (names.isEmpty()) {
-        reporter.error(subject, QStringLiteral("no camera plug-ins in %1").arg(context.pluginDir));
-        return 1;
-    }
+    const QStringList names = pool->getListOfCameraNames();
     const QDir dir(context.pluginDir);
     for (const QString &name : names) {
-        const CameraListing camera{name, dir.filePath(name), pool.getFileTypeFromCameraName(name)};
+        const CameraListing camera{name, dir.filePath(name), pool->getFileTypeFromCameraName(name)};
         reporter.result(toJson(camera), toLine(camera));
     }
     return 0;

@@ -28,9 +28,6 @@
 
 namespace {
 
-// The camera reads no larger package; a larger file is not read at all.
-const qint64 kMaxInput = 512LL << 20;
-
 // The content switches, by the text their records start with.
 const struct
 {
@@ -103,9 +100,9 @@ class Disarmer
 {
 public:
     Disarmer(Camera_Pool &pool, const QString &policy, const QString &outDir, const QString &report,
-             const QString &reportDir, Reporter &reporter)
+             const QString &reportDir, const QStringList &inputs, Reporter &reporter)
         : m_pool(pool), m_identifier(pool), m_policy(policy), m_outDir(outDir), m_reports(report, reportDir),
-          m_reporter(reporter)
+          m_inputs(inputs), m_reporter(reporter)
     {
     }
 
@@ -113,8 +110,8 @@ public:
     {
         if (!isOfficePackage(path))
             return;
-        if (QFileInfo(path).size() > kMaxInput) {
-            m_reporter.error(path, QStringLiteral("larger than %1 MiB: not disarmed").arg(kMaxInput >> 20), path);
+        if (QFileInfo(path).size() > kMaxSessionInput) {
+            m_reporter.error(path, QStringLiteral("larger than %1 MiB: not read").arg(kMaxSessionInput >> 20), path);
             return;
         }
         MemoryBuffer input;
@@ -155,8 +152,8 @@ public:
         const QString target = QDir(m_outDir).filePath(
             output.m_name.empty() ? QFileInfo(path).fileName() : QString::fromStdString(output.m_name));
         QString error;
-        if (QFileInfo(target).canonicalFilePath() == QFileInfo(path).canonicalFilePath()) {
-            m_reporter.error(path, QStringLiteral("the output %1 would overwrite the input").arg(target), path);
+        if (namesOneOf(target, m_inputs)) {
+            m_reporter.error(path, QStringLiteral("the output %1 would overwrite an input").arg(target), path);
             return;
         }
         if (m_written.contains(target)) {
@@ -233,17 +230,12 @@ private:
     const QString m_policy;
     const QString m_outDir;
     ReportNames m_reports;
+    // Every input of the run: no output may replace one, not even one
+    // disarmed already.
+    const QStringList m_inputs;
     Reporter &m_reporter;
     QSet<QString> m_written;
 };
-
-bool makeFolder(const QString &path, Reporter &reporter)
-{
-    if (QDir().mkpath(path))
-        return true;
-    reporter.error(path, QStringLiteral("cannot create the folder"));
-    return false;
-}
 
 int runDisarm(CommandContext &context)
 {
@@ -279,11 +271,14 @@ int runDisarm(CommandContext &context)
     if (!makeFolder(outDir, reporter) || (!reportDir.isEmpty() && !makeFolder(reportDir, reporter)))
         return 1;
 
-    const QStringList files = collectFiles(paths, context.recursive, reporter);
+    // Outputs and reports of an earlier run inside a walked folder are not inputs.
+    const QStringList files = collectFiles(paths, context.recursive, reporter, {outDir, reportDir});
     if (!report.isEmpty() && files.size() > 1)
         return usageError(context, "disarm", QStringLiteral("--report names one file, and %1 documents are given; "
                                                             "use --report-dir").arg(files.size()));
-    Disarmer disarmer(*pool, policyPath, outDir, report, reportDir, reporter);
+    if (!report.isEmpty() && namesOneOf(report, files))
+        return usageError(context, "disarm", QStringLiteral("--report %1 would overwrite an input").arg(report));
+    Disarmer disarmer(*pool, policyPath, outDir, report, reportDir, files, reporter);
     reporter.beginBatch(files.size());
     for (const QString &path : files) {
         disarmer.disarm(path);

@@ -10,6 +10,7 @@
 #include "policy/ContentManagement.h"
 #include "ucp/exporttreedata.h"
 
+#include <QFileInfo>
 #include <QJsonObject>
 
 #include <memory>
@@ -84,6 +85,17 @@ int runExport(CommandContext &context)
     if (pool == nullptr)
         return 1;
 
+    // The archive's folder must be there before any file is read, and the
+    // archive may not replace one of the files it holds.
+    const QStringList files = collectFiles(paths, context.recursive, reporter);
+    if (namesOneOf(archive, files))
+        return usageError(context, "export", QStringLiteral("the archive %1 would overwrite an input").arg(archive));
+    if (!QFileInfo(QFileInfo(archive).absolutePath()).isDir()) {
+        reporter.error(archive, QStringLiteral("no folder %1 to write the archive in")
+                                    .arg(QFileInfo(archive).absolutePath()), archive);
+        return 1;
+    }
+
     CameraBase session(pool.get());
     applyPolicy(session, policy);
     // The serial form: --format, else the policy's interchange settings, else SISL.
@@ -99,7 +111,6 @@ int runExport(CommandContext &context)
     session.registryEntry(CameraBase::regInput).setFilePath(paths.first().toUtf8().constData());
     session.registryEntry(CameraBase::regExport).setMemory(&archiveData, &archiveSize);
 
-    const QStringList files = collectFiles(paths, context.recursive, reporter);
     const Identifier identifier(*pool);
     int stored = 0;
     reporter.beginBatch(files.size());
@@ -131,7 +142,7 @@ int runExport(CommandContext &context)
     return reporter.errorCount() == 0 ? 0 : 1;
 }
 
-const CommandRegistrar registration({"export", "export FILE... -o ARCHIVE.zip [--format sisl|xml] [--pretty]",
+const CommandRegistrar registration({"export", "export FILE... -o ARCHIVE.zip [--format sisl|xml] [--pretty] [--policy P]",
                                      "store each file's structure tree as a stream of a zip archive", runExport,
                                      "  FILE...             files to export (-r walks directories)\n"
                                      "  -o, --output A.zip  the archive to write (whole, or not at all)\n"

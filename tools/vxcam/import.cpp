@@ -1,4 +1,5 @@
 #include "command.h"
+#include "inputs.h"
 #include "reporter.h"
 #include "session.h"
 
@@ -105,7 +106,10 @@ public:
 
         MemoryBuffer *const input = session.inputBuffer();
         if (!archive.getEntryData(entry, input)) {
-            m_reporter.error(subject, QStringLiteral("damaged entry"), entry);
+            m_reporter.error(subject, archive.lastEntryError() == ZipUtils::EntryError::TooLarge
+                                          ? QStringLiteral("larger than %1 MiB: not read").arg(archive.memberLimit() >> 20)
+                                          : QStringLiteral("damaged entry"),
+                             entry);
             return false;
         }
         input->seek(0);
@@ -152,22 +156,20 @@ public:
 private:
     // The stream's output as OUTDIR/NAME (numbered when a name comes twice),
     // written whole; `written` stays empty when there was nothing to write.
-    // Never through a link, never over anything but a plain file. False
-    // after an error line.
+    // False after an error line.
     bool writeOutput(const QString &subject, const QString &stream, const char *data, qint64 size, QString &written)
     {
         if (size <= 0)
             return true;
+        // A second stream of the same name is numbered before its extension.
+        const int dot = stream.lastIndexOf(QLatin1Char('.'));
+        const QString base = dot > 0 ? stream.left(dot) : stream;
+        const QString suffix = dot > 0 ? stream.mid(dot) : QString();
         QString name = stream;
         for (int n = 2; m_usedNames.contains(name); ++n)
-            name = QStringLiteral("%1-%2").arg(stream).arg(n);
+            name = QStringLiteral("%1-%2%3").arg(base).arg(n).arg(suffix);
         m_usedNames.insert(name);
         const QString path = QDir(m_options.outDir).filePath(name);
-        const QFileInfo target(path);
-        if (target.isSymLink() || (target.exists() && !target.isFile())) {
-            m_reporter.error(subject, QStringLiteral("refused: %1 is a link or not a plain file").arg(path), path);
-            return false;
-        }
         QString error;
         if (!writeWhole(path, data, size, &error)) {
             m_reporter.error(subject, QStringLiteral("output not written to %1: %2").arg(path, error), path);
@@ -231,12 +233,9 @@ int runImport(CommandContext &context)
         return usageError(context, "import", QStringLiteral("--report names one file, and the archive holds %1 "
                                                             "streams; use --report-dir")
                                                  .arg(entries.size()));
-    for (const QString &directory : {options.outDir, options.reportDir}) {
-        if (!directory.isEmpty() && !QDir().mkpath(directory)) {
-            reporter.error(directory, QStringLiteral("cannot make the directory"));
+    for (const QString &directory : {options.outDir, options.reportDir})
+        if (!directory.isEmpty() && !makeFolder(directory, reporter))
             return 1;
-        }
-    }
 
     Importer importer(archivePath, options, *pool, reporter);
     QSet<QString> seen;
@@ -257,7 +256,7 @@ int runImport(CommandContext &context)
     return reporter.errorCount() == 0 ? 0 : 1;
 }
 
-const CommandRegistrar registration({"import", "import ARCHIVE.zip [-o OUTDIR] [--report R | --report-dir D]",
+const CommandRegistrar registration({"import", "import ARCHIVE.zip [-o OUTDIR] [--policy P] [--report R | --report-dir D]",
                                      "rebuild, validate and write out every stream of an export archive",
                                      runImport,
                                      "  ARCHIVE.zip         an archive written by vxcam export\n"

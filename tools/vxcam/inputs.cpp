@@ -5,12 +5,56 @@
 #include "buffers/FileIO.h"
 #include "buffers/MemoryBuffer.h"
 
+#include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 
-QStringList collectFiles(const QStringList &paths, bool recursive, Reporter &reporter)
+#include <algorithm>
+
+namespace {
+
+// The canonical form of a path that need not exist yet: its folder's
+// canonical path and its name.
+QString canonicalTarget(const QString &path)
 {
+    const QFileInfo info(path);
+    if (info.exists())
+        return info.canonicalFilePath();
+    const QString folder = QFileInfo(info.absolutePath()).canonicalFilePath();
+    return folder.isEmpty() ? info.absoluteFilePath() : folder + QLatin1Char('/') + info.fileName();
+}
+
+} // namespace
+
+bool namesOneOf(const QString &target, const QStringList &files)
+{
+    const QString canonical = canonicalTarget(target);
+    return std::any_of(files.begin(), files.end(), [&](const QString &file) {
+        return canonicalTarget(file) == canonical;
+    });
+}
+
+bool makeFolder(const QString &path, Reporter &reporter)
+{
+    if (QDir().mkpath(path))
+        return true;
+    reporter.error(path, QStringLiteral("cannot make the folder"), path);
+    return false;
+}
+
+QStringList collectFiles(const QStringList &paths, bool recursive, Reporter &reporter,
+                         const QStringList &skipFolders)
+{
+    QStringList skipped;
+    for (const QString &folder : skipFolders)
+        if (!folder.isEmpty() && QFileInfo(folder).isDir())
+            skipped << QFileInfo(folder).canonicalFilePath() + QLatin1Char('/');
+    const auto isSkipped = [&](const QString &file) {
+        const QString canonical = QFileInfo(file).canonicalFilePath();
+        return std::any_of(skipped.begin(), skipped.end(),
+                           [&](const QString &folder) { return canonical.startsWith(folder); });
+    };
     QStringList files;
     for (const QString &path : paths) {
         const QFileInfo info(path);
@@ -25,8 +69,11 @@ QStringList collectFiles(const QStringList &paths, bool recursive, Reporter &rep
         QStringList found;
         QDirIterator it(path, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot,
                         QDirIterator::Subdirectories);
-        while (it.hasNext())
-            found << it.next();
+        while (it.hasNext()) {
+            const QString file = it.next();
+            if (!isSkipped(file))
+                found << file;
+        }
         found.sort();
         files << found;
     }

@@ -10,6 +10,20 @@ namespace {
 const int kProgressThreshold = 200;
 const qint64 kRedrawMs = 100;
 
+QString escapeControls(const QString &text)
+{
+    QString escaped;
+    escaped.reserve(text.size());
+    for (const QChar c : text) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7F)
+            escaped += QStringLiteral("\\x")
+                       + QString::number(c.unicode(), 16).toUpper().rightJustified(2, QLatin1Char('0'));
+        else
+            escaped += c;
+    }
+    return escaped;
+}
+
 void writeLine(FILE *stream, const QByteArray &line)
 {
     fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stream);
@@ -37,18 +51,13 @@ void Reporter::error(const QString &subject, const QString &message, const QStri
         writeLine(stdout, QJsonDocument(object).toJson(QJsonDocument::Compact));
     }
     fflush(stdout); // keep results and errors in order when both go to one terminal
-    writeLine(stderr, QStringLiteral("vxcam: %1: %2").arg(subject, message).toUtf8());
+    writeLine(stderr, escapeControls(QStringLiteral("vxcam: %1: %2").arg(subject, message)).toUtf8());
 }
 
 void Reporter::text(const QString &line)
 {
     clearProgress();
     writeLine(stdout, line.toUtf8());
-}
-
-void Reporter::bytes(const QByteArray &data)
-{
-    fwrite(data.constData(), 1, static_cast<size_t>(data.size()), stdout);
 }
 
 void Reporter::beginBatch(int total)

@@ -17,12 +17,12 @@ public:
 
     // One result: the JSON object with --json, else the human line.
     void result(const QJsonObject &object, const QString &humanLine);
-    // One failure naming its subject; counted for the exit status.
+    // One failure naming its subject; counted for the exit status. Control
+    // characters (a file name may hold a line feed) are shown as \xNN so the
+    // error stays one line.
     void error(const QString &subject, const QString &message, const QString &path = QString());
     // Plain text on standard output (tables, listings).
     void text(const QString &line);
-    // Raw bytes on standard output.
-    void bytes(const QByteArray &data);
 
     void beginBatch(int total);
     void advance(const QString &current);

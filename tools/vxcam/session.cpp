@@ -63,6 +63,10 @@ bool loadSessionInput(CameraBase &session, const Identifier &identifier, const C
     }
     // Cameras read a whole file from memory; a file beyond the bound is
     // refused rather than read into memory it could exhaust.
+    if (input.identification.empty) {
+        reporter.error(path, QStringLiteral("is empty"), path);
+        return false;
+    }
     if (QFileInfo(path).size() > kMaxSessionInput) {
         reporter.error(path, QStringLiteral("larger than %1 MiB: not read").arg(kMaxSessionInput >> 20), path);
         return false;
@@ -169,6 +173,13 @@ QString RunFindings::summary(VX2_RetStatus status) const
 
 bool writeWhole(const QString &path, const char *data, qint64 size, QString *error)
 {
+    // A link planted where an output goes would carry it elsewhere.
+    const QFileInfo target(path);
+    if (target.isSymLink() || (target.exists() && !target.isFile())) {
+        if (error)
+            *error = QStringLiteral("%1 is a link or not a plain file").arg(path);
+        return false;
+    }
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly) || (size > 0 && file.write(data, size) != size) || !file.commit()) {
         if (error)

@@ -80,8 +80,8 @@ struct RunFindings
 };
 
 // Writes the bytes to a temporary file beside `path` and renames it over
-// `path`, so a failure leaves nothing half written. False, with the reason,
-// on failure.
+// `path`, so a failure leaves nothing half written. Never through a link or
+// over anything but a plain file. False, with the reason, on failure.
 bool writeWhole(const QString &path, const char *data, qint64 size, QString *error);
 
 // Where each run's report goes, as --report FILE or --report-dir DIR ask:

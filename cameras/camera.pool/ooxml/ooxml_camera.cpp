@@ -62,10 +62,19 @@ VX2_RetStatus Ooxml_camera::readInputBuffer()
 {
     if (!initialised())
         return VX2_Fail;
-    m_context->m_inputBuffer->seek(0, MBSeekStart);
-    m_root->initialBeforeReadFromBuffer(m_context.get(), m_root.get(), nullptr);
-    m_root->vir_readFromBuffer(m_context.get(), m_root.get(), nullptr);
-    return (m_root->m_readFlags & BDDLStructBase::readFailed) ? VX2_Fatal : VX2_Success;
+    // Like validation and writing, reading never lets an exception out to
+    // the host: a package that cannot be read is a fatal run.
+    try {
+        m_context->m_inputBuffer->seek(0, MBSeekStart);
+        m_root->initialBeforeReadFromBuffer(m_context.get(), m_root.get(), nullptr);
+        m_root->vir_readFromBuffer(m_context.get(), m_root.get(), nullptr);
+        return (m_root->m_readFlags & BDDLStructBase::readFailed) ? VX2_Fatal : VX2_Success;
+    } catch (const std::exception &e) {
+        logMultiLineError(e.what(), m_root.get());
+    } catch (...) {
+        tbLog("cameras/camera.pool/ooxml/ooxml_camera Reading threw exception");
+    }
+    return VX2_Fatal;
 }
 
 VX2_RetStatus Ooxml_camera::runValidation()
