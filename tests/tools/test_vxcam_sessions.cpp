@@ -154,7 +154,8 @@ TEST_F(VxcamSessions, ExportNeverLeavesAPartialArchive)
     const QString disallow = fileIn(m_dir, "disallow.xml", policy("disallow"));
     const VxcamRun nothing = vxcam({"export", m_tree, path("absent"), "-o", archive, "--policy", disallow});
     EXPECT_EQ(nothing.exitCode, 1);
-    EXPECT_TRUE(nothing.err.contains("not exported: libvxtree.so could not read and validate it")) << nothing.err.constData();
+    EXPECT_TRUE(nothing.err.contains("not exported: libvxtree.so could not read and validate it"))
+        << nothing.err.constData();
     EXPECT_TRUE(nothing.err.contains("nothing exported; no archive written"));
     EXPECT_EQ(readFile(archive), QByteArray("previous archive"));
 

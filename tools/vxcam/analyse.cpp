@@ -94,7 +94,8 @@ int runAnalyse(CommandContext &context)
     if (!options.report.isEmpty() && files.size() > 1)
         return usageError(context, "analyse", QStringLiteral("--report names one file; use --report-dir for several"));
     if (!options.report.isEmpty() && namesOneOf(options.report, files))
-        return usageError(context, "analyse", QStringLiteral("--report %1 would overwrite an input").arg(options.report));
+        return usageError(context, "analyse",
+                          QStringLiteral("--report %1 would overwrite an input").arg(options.report));
     if (!options.reportDir.isEmpty() && !makeFolder(options.reportDir, reporter))
         return 1;
 

@@ -142,7 +142,8 @@ int runExport(CommandContext &context)
     return reporter.errorCount() == 0 ? 0 : 1;
 }
 
-const CommandRegistrar registration({"export", "export FILE... -o ARCHIVE.zip [--format sisl|xml] [--pretty] [--policy P]",
+const CommandRegistrar registration({"export",
+                                     "export FILE... -o ARCHIVE.zip [--format sisl|xml] [--pretty] [--policy P]",
                                      "store each file's structure tree as a stream of a zip archive", runExport,
                                      "  FILE...             files to export (-r walks directories)\n"
                                      "  -o, --output A.zip  the archive to write (whole, or not at all)\n"

@@ -106,9 +106,10 @@ public:
 
         MemoryBuffer *const input = session.inputBuffer();
         if (!archive.getEntryData(entry, input)) {
-            m_reporter.error(subject, archive.lastEntryError() == ZipUtils::EntryError::TooLarge
-                                          ? QStringLiteral("larger than %1 MiB: not read").arg(archive.memberLimit() >> 20)
-                                          : QStringLiteral("damaged entry"),
+            const bool tooLarge = archive.lastEntryError() == ZipUtils::EntryError::TooLarge;
+            m_reporter.error(subject, tooLarge ? QStringLiteral("larger than %1 MiB: not read")
+                                                     .arg(archive.memberLimit() >> 20)
+                                               : QStringLiteral("damaged entry"),
                              entry);
             return false;
         }
@@ -116,7 +117,9 @@ public:
         input->m_name = stream.toStdString();
         VX2_RetStatus status = VX2_Fail;
         DiagnosticLines diagnostics;
-        const auto push = [&] { return session.finalPush(session.camera(), input, session.outputBuffer(), ft_unknown); };
+        const auto push = [&] {
+            return session.finalPush(session.camera(), input, session.outputBuffer(), ft_unknown);
+        };
         if (!runGuarded(push, subject, entry, m_reporter, status))
             return false;
         const RunFindings findings = RunFindings::of(session.analysis());
@@ -256,7 +259,8 @@ int runImport(CommandContext &context)
     return reporter.errorCount() == 0 ? 0 : 1;
 }
 
-const CommandRegistrar registration({"import", "import ARCHIVE.zip [-o OUTDIR] [--policy P] [--report R | --report-dir D]",
+const CommandRegistrar registration({"import",
+                                     "import ARCHIVE.zip [-o OUTDIR] [--policy P] [--report R | --report-dir D]",
                                      "rebuild, validate and write out every stream of an export archive",
                                      runImport,
                                      "  ARCHIVE.zip         an archive written by vxcam export\n"

@@ -110,7 +110,12 @@ int runPolicy(CommandContext &context)
         }
     }
     const auto row = [&](const QString &a, const QString &b, const QString &c, const QString &d) {
-        return QStringLiteral("%1  %2  %3  %4").arg(a, -widths[0]).arg(b, -widths[1]).arg(c, -widths[2]).arg(d).trimmed();
+        return QStringLiteral("%1  %2  %3  %4")
+            .arg(a, -widths[0])
+            .arg(b, -widths[1])
+            .arg(c, -widths[2])
+            .arg(d)
+            .trimmed();
     };
     if (!reporter.json())
         reporter.text(row(QStringLiteral("PROFILE"), QStringLiteral("SWITCH"), QStringLiteral("VALUE"),
