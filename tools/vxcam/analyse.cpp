@@ -8,7 +8,6 @@
 #include "cameras/camera_pool.h"
 #include "cameras/camerabase.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
 
@@ -93,7 +92,7 @@ int runAnalyse(CommandContext &context)
     const QStringList files = collectFiles(paths, context.recursive, reporter, {options.reportDir});
     if (!options.report.isEmpty() && files.size() > 1)
         return usageError(context, "analyse", QStringLiteral("--report names one file; use --report-dir for several"));
-    if (!options.report.isEmpty() && namesOneOf(options.report, files))
+    if (!options.report.isEmpty() && CanonicalPaths(files).contains(options.report))
         return usageError(context, "analyse",
                           QStringLiteral("--report %1 would overwrite an input").arg(options.report));
     if (!options.reportDir.isEmpty() && !makeFolder(options.reportDir, reporter))

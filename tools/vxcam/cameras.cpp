@@ -5,7 +5,6 @@
 #include "cameras/camera_pool.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QJsonObject>
 
 #include <memory>

@@ -12,7 +12,6 @@
 #include "ucp/ucpnode.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -152,7 +151,7 @@ public:
         const QString target = QDir(m_outDir).filePath(
             output.m_name.empty() ? QFileInfo(path).fileName() : QString::fromStdString(output.m_name));
         QString error;
-        if (namesOneOf(target, m_inputs)) {
+        if (m_inputs.contains(target)) {
             m_reporter.error(path, QStringLiteral("the output %1 would overwrite an input").arg(target), path);
             return;
         }
@@ -232,7 +231,7 @@ private:
     ReportNames m_reports;
     // Every input of the run: no output may replace one, not even one
     // disarmed already.
-    const QStringList m_inputs;
+    const CanonicalPaths m_inputs;
     Reporter &m_reporter;
     QSet<QString> m_written;
 };
@@ -276,7 +275,7 @@ int runDisarm(CommandContext &context)
     if (!report.isEmpty() && files.size() > 1)
         return usageError(context, "disarm", QStringLiteral("--report names one file, and %1 documents are given; "
                                                             "use --report-dir").arg(files.size()));
-    if (!report.isEmpty() && namesOneOf(report, files))
+    if (!report.isEmpty() && CanonicalPaths(files).contains(report))
         return usageError(context, "disarm", QStringLiteral("--report %1 would overwrite an input").arg(report));
     Disarmer disarmer(*pool, policyPath, outDir, report, reportDir, files, reporter);
     reporter.beginBatch(files.size());

@@ -88,7 +88,7 @@ int runExport(CommandContext &context)
     // The archive's folder must be there before any file is read, and the
     // archive may not replace one of the files it holds.
     const QStringList files = collectFiles(paths, context.recursive, reporter);
-    if (namesOneOf(archive, files))
+    if (CanonicalPaths(files).contains(archive))
         return usageError(context, "export", QStringLiteral("the archive %1 would overwrite an input").arg(archive));
     if (!QFileInfo(QFileInfo(archive).absolutePath()).isDir()) {
         reporter.error(archive, QStringLiteral("no folder %1 to write the archive in")

@@ -27,12 +27,15 @@ QString canonicalTarget(const QString &path)
 
 } // namespace
 
-bool namesOneOf(const QString &target, const QStringList &files)
+CanonicalPaths::CanonicalPaths(const QStringList &files)
 {
-    const QString canonical = canonicalTarget(target);
-    return std::any_of(files.begin(), files.end(), [&](const QString &file) {
-        return canonicalTarget(file) == canonical;
-    });
+    for (const QString &file : files)
+        m_paths.insert(canonicalTarget(file));
+}
+
+bool CanonicalPaths::contains(const QString &path) const
+{
+    return m_paths.contains(canonicalTarget(path));
 }
 
 bool makeFolder(const QString &path, Reporter &reporter)

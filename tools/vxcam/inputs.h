@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -12,8 +13,18 @@ class Reporter;
 QStringList collectFiles(const QStringList &paths, bool recursive, Reporter &reporter,
                          const QStringList &skipFolders = {});
 
-// Whether `target` names one of the files (through links and relative paths).
-bool namesOneOf(const QString &target, const QStringList &files);
+// A set of files by their canonical paths, resolved once: whether a path
+// names one of them (through links and relative paths) then costs one
+// lookup, not a walk over the set.
+class CanonicalPaths
+{
+public:
+    explicit CanonicalPaths(const QStringList &files);
+    bool contains(const QString &path) const;
+
+private:
+    QSet<QString> m_paths;
+};
 
 // Makes the folder (and its parents); one error line when it cannot.
 bool makeFolder(const QString &path, Reporter &reporter);
